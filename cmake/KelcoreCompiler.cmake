@@ -1,0 +1,22 @@
+# Compiler settings that every target of the project shares.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 99)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+# Warnings and sanitizers; link every target of the project to it privately.
+add_library(kelcore_options INTERFACE)
+target_compile_options(kelcore_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  $<$<BOOL:${KELCORE_WERROR}>:-Werror>)
+if(KELCORE_SANITIZE)
+  target_compile_options(kelcore_options INTERFACE
+    -fsanitize=${KELCORE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(kelcore_options INTERFACE -fsanitize=${KELCORE_SANITIZE})
+endif()

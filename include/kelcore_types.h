@@ -1,0 +1,53 @@
+/* Shared by every public header: status codes, the time-out constant, the
+ * version, and the attributes that tell the compiler what the text says. */
+#ifndef KELCORE_TYPES_H
+#define KELCORE_TYPES_H
+
+#include <stdint.h>
+
+#define KELCORE_VERSION_MAJOR 0
+#define KELCORE_VERSION_MINOR 1
+#define KELCORE_VERSION_PATCH 0
+
+#ifdef __cplusplus
+#define KEL_BEGIN_DECLS extern "C" {
+#define KEL_END_DECLS }
+#else
+#define KEL_BEGIN_DECLS
+#define KEL_END_DECLS
+#endif
+
+#define KEL_API __attribute__((visibility("default")))
+#define KEL_NODISCARD __attribute__((warn_unused_result))
+#define KEL_NORETURN __attribute__((noreturn))
+/* text: index of the format argument, first: index of the first value. */
+#define KEL_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
+
+/* A time-out is an unsigned number of milliseconds: 0 tries once and never
+ * blocks, KEL_WAIT_FOREVER has no limit, any other value is one bounded wait
+ * against an absolute CLOCK_REALTIME deadline (setting the clock forward
+ * shortens it). */
+#define KEL_WAIT_FOREVER 0x7FFFFFFFu
+
+/* Status codes. 0 is success, failures have the top bit set.
+ * KEL_GetErrorStr() turns a code into its text. */
+#define KEL_OK 0x00000000u
+#define KEL_ERR_FAIL 0x80000000u
+#define KEL_ERR_OUT_OF_MEMORY 0x80000001u
+#define KEL_ERR_THREAD_CREATE 0x80000002u
+#define KEL_ERR_DISK_FULL 0x80000005u
+#define KEL_ERR_NOT_SUPPORTED 0x80000006u
+#define KEL_ERR_TIMEOUT 0x80000007u
+#define KEL_ERR_FILE_OPEN 0x80000010u
+#define KEL_ERR_FILE_CREATE 0x80000011u
+#define KEL_ERR_FILE_READ 0x80000012u
+#define KEL_ERR_FILE_WRITE 0x80000013u
+#define KEL_ERR_FILE_SEEK 0x80000014u
+#define KEL_ERR_FILE_FORMAT 0x80000019u
+#define KEL_ERR_STREAM 0x8000001Au
+#define KEL_ERR_NO_BUFFER 0x80000050u
+#define KEL_ERR_BUFFER_SIZE 0x80000051u
+#define KEL_ERR_BUFFER_OVERFLOW 0x80000052u
+#define KEL_ERR_END_OF_DATA 0x80000054u
+
+#endif
