@@ -1,0 +1,16 @@
+/* The process environment. */
+#ifndef KELCORE_ENV_H
+#define KELCORE_ENV_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+/* The value of the environment variable `name` (must not be null), exactly as
+ * getenv() gives it: owned by the environment, null when unset. Safe from any
+ * thread as long as no other one changes the environment. */
+KEL_API const char *KEL_GetEnv(const char *name);
+
+KEL_END_DECLS
+
+#endif

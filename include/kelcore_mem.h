@@ -1,0 +1,88 @@
+/* Memory: the one layer through which the library allocates.
+ *
+ *     char *p = KEL_Malloc(256, 0, 0, "player", __LINE__, __func__);
+ *     p = KEL_ReAlloc(p, 512);
+ *     KEL_Free(p, 0);
+ *
+ * Blocks are those of the C library: what malloc() gave may be passed to
+ * KEL_Free and the other way round. Nothing here traces; failure is a null
+ * result. All calls are as thread-safe as malloc().
+ *
+ * KEL_MemTblAdd, KEL_MemTblUpdate and KEL_MemTblRemove announce every block.
+ * They do nothing here; a program that defines functions of these names
+ * replaces them and can follow every allocation of the library. */
+#ifndef KELCORE_MEM_H
+#define KELCORE_MEM_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+/* The fill value that leaves a block as the allocator gave it. */
+#define KEL_NO_FILL 0xFFFFFFFFu
+
+/* Non-cache allocator pair; the second argument is always 0. A function of
+ * one argument may be installed with a cast. */
+typedef void *(*KEL_NC_MALLOC)(uint32_t size, uint32_t extra);
+typedef void (*KEL_NC_FREE)(void *block, uint32_t extra);
+
+/* Allocates `size` bytes, aligned to `align` when that is not 0 (then `size`
+ * should be a multiple of it: it is not rounded up). Unless `fill` is
+ * KEL_NO_FILL every byte is set to its low 8 bits; 0 gives zeroed memory.
+ * `file`, `line` and `func` are passed to KEL_MemTblAdd. Returns the block,
+ * to be released with KEL_Free, or null. */
+KEL_API KEL_NODISCARD void *KEL_Malloc(uint32_t size, uint32_t align, uint32_t fill,
+                                       const char *file, int32_t line, const char *func);
+
+/* calloc(count, size). `reserved` is passed as 0. The announcement carries
+ * the size of one element. */
+KEL_API KEL_NODISCARD void *KEL_Calloc(uint32_t count, uint32_t size, uint32_t reserved,
+                                       const char *file, int32_t line, const char *func);
+
+/* realloc(block, size); `block` may be null. On failure returns null and the
+ * old block stays valid (KEL_MemTblUpdate is told null all the same). */
+KEL_API KEL_NODISCARD void *KEL_ReAlloc(void *block, uint32_t size);
+
+/* Releases a block; null is ignored. `flag` goes to KEL_MemTblRemove, pass 0. */
+KEL_API void KEL_Free(void *block, uint32_t flag);
+
+/* Installs the allocator pair for non-cache memory (memory meant for hardware
+ * access). A null argument leaves the function in place that is there; the
+ * pair at start is KEL_DefaultNCMalloc and KEL_DefaultNCFree. Call it before
+ * other threads allocate such memory. Returns 0. */
+KEL_API int32_t KEL_MemInit(KEL_NC_MALLOC allocate, KEL_NC_FREE release);
+
+/* Memory from the installed non-cache allocator, `size` in bytes, or null. */
+KEL_API KEL_NODISCARD void *KEL_NonCacheMalloc(uint32_t size);
+
+/* Hands `block` to the installed non-cache release function. */
+KEL_API void KEL_NonCacheFree(void *block);
+
+/* malloc() and free(): the non-cache pair at start. Null is ignored. */
+KEL_API KEL_NODISCARD void *KEL_DefaultNCMalloc(uint32_t size);
+KEL_API void KEL_DefaultNCFree(void *block);
+
+/* The physical address of a block: 0, there is no such service here. */
+KEL_API uint64_t KEL_NonCacheGetPhys(void *block);
+
+/* Does nothing: no cache to flush here. */
+KEL_API void KEL_NonCacheFlush(void *block, uint32_t size);
+
+/* The replaceable announcements; see above. */
+KEL_API void KEL_MemTblAdd(void *block, uint32_t size, uint32_t align, const char *file,
+                           int32_t line, const char *func);
+KEL_API void KEL_MemTblUpdate(void *old_block, void *new_block, uint32_t size);
+KEL_API void KEL_MemTblRemove(void *block, uint32_t flag);
+
+/* Do nothing; kept for programs that call them. KEL_Memcleanup returns 0. */
+KEL_API void KEL_MemTrace(void *unused, uint32_t unused_size);
+KEL_API int32_t KEL_Memcleanup(void *unused, uint32_t unused_size);
+
+/* The first place in `haystack` (`haystack_length` bytes) that holds the
+ * `needle_length` bytes at `needle`, or null; as memmem(). */
+KEL_API void *KEL_Memmem(const void *haystack, uint32_t haystack_length, const void *needle,
+                         uint32_t needle_length);
+
+KEL_END_DECLS
+
+#endif
