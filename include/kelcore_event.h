@@ -1,0 +1,36 @@
+/* Events: wake-ups that are counted, never lost and never merged.
+ *
+ *     KEL_SEMA *done = KEL_EventCreate(NULL);
+ *     KEL_EventSend(done);             // worker
+ *     KEL_EventWait(done, 1000);       // controller
+ *     KEL_EventDestroy(done);
+ *
+ * An event is a semaphore that starts at 0: each send adds one pending
+ * wake-up, each successful wait takes one. */
+#ifndef KELCORE_EVENT_H
+#define KELCORE_EVENT_H
+
+#include "kelcore_sema.h"
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+/* A new event, named (see KEL_SemaCreate) or, with null, private to the
+ * process. Owned by the caller until KEL_EventDestroy; null on failure. */
+KEL_API KEL_NODISCARD KEL_SEMA *KEL_EventCreate(const char *name);
+
+/* Releases the event. Returns 0 always, also for null. */
+KEL_API int32_t KEL_EventDestroy(KEL_SEMA *event);
+
+/* Waits at most `timeout` milliseconds; results are those of KEL_SemaGet. */
+KEL_API int32_t KEL_EventWait(KEL_SEMA *event, uint32_t timeout);
+
+/* Adds a wake-up; results are those of KEL_SemaPut. Never blocks. */
+KEL_API int32_t KEL_EventSend(KEL_SEMA *event);
+
+/* Writes the number of pending sends; results are those of KEL_SemaStatus. */
+KEL_API int32_t KEL_EventStatus(KEL_SEMA *event, int32_t *count);
+
+KEL_END_DECLS
+
+#endif
