@@ -1,0 +1,70 @@
+/* Locked list: the list of kelcore_list.h with a mutex of its own.
+ *
+ * Each operation that changes the list is atomic by itself; a sequence of them
+ * is not, and KEL_ListMove and KEL_ListMoveToTail are two steps between which
+ * other threads may run. The Get calls take no lock: a caller that walks the
+ * list while others change it brings its own serialisation. Locks are taken
+ * without a time limit. Traces under "kellist". */
+#ifndef KELCORE_LIST_MUTEX_H
+#define KELCORE_LIST_MUTEX_H
+
+#include "kelcore_mutex.h"
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+typedef struct KEL_LIST_NODE {
+  struct KEL_LIST_NODE *prev; /* null at the head and while not linked */
+  struct KEL_LIST_NODE *next; /* null at the tail and while not linked */
+  void *data;                 /* the caller's; never looked into */
+} KEL_LIST_NODE;
+
+typedef struct KEL_LIST {
+  KEL_LIST_NODE *head; /* null when empty */
+  KEL_LIST_NODE *tail; /* null when empty */
+  uint32_t count;      /* linked nodes */
+  KEL_MUTEX *lock;
+} KEL_LIST;
+
+/* An empty list, owned by the caller until KEL_ListDestroy; null when memory
+ * is short. Should only its lock fail, the list works unlocked. */
+KEL_API KEL_NODISCARD KEL_LIST *KEL_ListCreate(void);
+
+/* Releases the lock and the list record; nodes still linked are left as they
+ * are. The list must not be null, and no other thread may be using it. */
+KEL_API void KEL_ListDestroy(KEL_LIST *list);
+
+/* A node, or one with `data` set; null when memory is short. The links are not
+ * set by these calls: a node that a registered 24-byte pool class recycles is
+ * zeroed by the pool. Freed by the same test (see KEL_NList_Node_new). */
+KEL_API KEL_NODISCARD KEL_LIST_NODE *KEL_List_Node_new(void);
+KEL_API KEL_NODISCARD KEL_LIST_NODE *KEL_List_Node_new_data(void *data);
+
+/* Frees an unlinked node. Returns 0; -1 for null. */
+KEL_API int32_t KEL_List_Node_delete(KEL_LIST_NODE *node);
+
+/* Unlocked reads: first node, last node, neighbours of `node` (not null),
+ * number of nodes. A null list gives null, or 0. */
+KEL_API KEL_LIST_NODE *KEL_ListGetHead(KEL_LIST *list);
+KEL_API KEL_LIST_NODE *KEL_ListGetTail(KEL_LIST *list);
+KEL_API KEL_LIST_NODE *KEL_ListGetNext(KEL_LIST *list, KEL_LIST_NODE *node);
+KEL_API KEL_LIST_NODE *KEL_ListGetPrev(KEL_LIST *list, KEL_LIST_NODE *node);
+KEL_API uint32_t KEL_ListGetNum(KEL_LIST *list);
+
+/* Link at the tail or head; unlink without freeing. Results as for the plain
+ * list: 0, or -1 for a null list or broken links (the list stays unchanged). */
+KEL_API int32_t KEL_ListAddTail(KEL_LIST *list, KEL_LIST_NODE *node);
+KEL_API int32_t KEL_ListAddHead(KEL_LIST *list, KEL_LIST_NODE *node);
+KEL_API int32_t KEL_ListDel(KEL_LIST *list, KEL_LIST_NODE *node);
+
+/* The node at `index`, walking under the lock; as KEL_NList_GetNthList. */
+KEL_API KEL_LIST_NODE *KEL_List_GetNthList(KEL_LIST *list, uint32_t index);
+
+/* Move `src` before `dst`, or `node` to the tail; as for the plain list, in
+ * two separately locked steps (unlink, link). */
+KEL_API int32_t KEL_ListMove(KEL_LIST *list, KEL_LIST_NODE *dst, KEL_LIST_NODE *src);
+KEL_API int32_t KEL_ListMoveToTail(KEL_LIST *list, KEL_LIST_NODE *node);
+
+KEL_END_DECLS
+
+#endif
