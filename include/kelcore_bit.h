@@ -1,0 +1,68 @@
+/* Bit cursor: fields of 1 to 25 bits, most significant bit first, as the
+ * syntaxes of media codecs need them.
+ *
+ *     KEL_BIT *b = KELBitOpen(bytes, length);
+ *     uint32_t profile = KELBitGetBit(b, 8);
+ *     KELBitClose(b);
+ *
+ * Built for speed: no call checks bounds, the number of bits or a null cursor
+ * (KELBitClose apart), none traces. The caller knows how much data there is
+ * and gives the buffer slack: reads and writes touch the 4 bytes at the current
+ * byte, so 3 bytes behind the last one must be readable (writable for writes);
+ * KELBitGetFast touches 2, KELBitGet1Bit 1. One thread uses a cursor at a
+ * time. */
+#ifndef KELCORE_BIT_H
+#define KELCORE_BIT_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+typedef struct KEL_BIT KEL_BIT;
+
+/* A cursor at the first bit of `size` bytes, which stay the caller's and must
+ * outlive it (and be writable if it writes). Null when memory is short. */
+KEL_API KEL_NODISCARD KEL_BIT *KELBitOpen(const void *data, uint32_t size);
+
+/* Releases the cursor; null is ignored. */
+KEL_API void KELBitClose(KEL_BIT *cursor);
+
+/* The next `n` bits as a number, `n` from 1 to 32 less the bits already taken
+ * of the current byte: 25 always fit. GetBit moves on, Show does not. */
+KEL_API uint32_t KELBitGetBit(KEL_BIT *cursor, uint32_t n);
+KEL_API uint32_t KELBitShow(const KEL_BIT *cursor, uint32_t n);
+
+/* Skips `n` bits. */
+KEL_API void KELBitFlush(KEL_BIT *cursor, uint32_t n);
+
+/* As KELBitGetBit for 1 to 8 bits, touching only two bytes. */
+KEL_API uint32_t KELBitGetFast(KEL_BIT *cursor, uint32_t n);
+
+/* The next bit. */
+KEL_API uint32_t KELBitGet1Bit(KEL_BIT *cursor);
+
+/* Writes the low `n` bits of `value` (limits as KELBitGetBit). At a byte
+ * boundary the bits are OR-ed over what the buffer holds, so zero it first;
+ * elsewhere the rest of the 4 bytes behind them is cleared. */
+KEL_API void KELBitPutBit(KEL_BIT *cursor, uint32_t n, uint32_t value);
+
+/* Writes `count` bytes; a count below 1 writes nothing. */
+KEL_API void KELBitPutByte(KEL_BIT *cursor, int32_t count, const uint8_t *bytes);
+
+/* With `set` non-zero remembers the position (one at a time), with 0 goes back
+ * to it, as often as wanted. Never go back before remembering. Returns the
+ * cursor. */
+KEL_API KEL_BIT *KELBitBookmark(KEL_BIT *cursor, uint32_t set);
+
+/* The number of bits read, skipped and written since open. */
+KEL_API uint32_t KELBitGetProcessed(const KEL_BIT *cursor);
+
+/* Moves on to the next byte boundary; returns the bits skipped (0 to 7). */
+KEL_API uint32_t KELBitByteAlign(KEL_BIT *cursor);
+
+/* The number of 1 bits in `value`. */
+KEL_API uint32_t KELBitCount(uint32_t value);
+
+KEL_END_DECLS
+
+#endif

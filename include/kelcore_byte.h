@@ -1,0 +1,93 @@
+/* Byte reader: a cursor over the caller's bytes for parsing binary headers.
+ *
+ *     KEL_BYTE *r = KELByte_Open(bytes, length);
+ *     uint32_t end;
+ *     uint32_t tag = KELByte_Get_be_uint32(r, &end);
+ *     if (end) ...
+ *     KELByte_Close(r);
+ *
+ * Nothing is copied or owned, nothing is traced. Reads report the end of the
+ * data through an optional word: 1 at the end, 0 when they delivered. Handles
+ * are not checked for null, and one thread uses a reader at a time.
+ *
+ * Surprises worth knowing:
+ *  - Integers check only their first byte. One that straddles the end is
+ *    assembled from what follows in memory: give the buffer 7 bytes of slack,
+ *    or ask KELByte_Remain first. The position then lies behind the end, and
+ *    KELByte_Remain wraps around.
+ *  - A failed read of characters or a string has copied what there was and
+ *    leaves the position at the end; so does a failed peek.
+ *  - KELByte_Peek_3char consumes its bytes; KELByte_Peek_4char does not. */
+#ifndef KELCORE_BYTE_H
+#define KELCORE_BYTE_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+typedef struct KEL_BYTE KEL_BYTE;
+
+/* A reader at the first of `size` bytes, which stay the caller's and must
+ * outlive it. Null when memory is short. */
+KEL_API KEL_NODISCARD KEL_BYTE *KELByte_Open(const void *data, uint32_t size);
+
+/* Releases the reader; the bytes are untouched. Null is ignored. */
+KEL_API void KELByte_Close(KEL_BYTE *reader);
+
+/* Bytes not yet read; all bytes; index of the next byte. */
+KEL_API uint32_t KELByte_Remain(const KEL_BYTE *reader);
+KEL_API uint32_t KELByte_Size(const KEL_BYTE *reader);
+KEL_API uint32_t KELByte_Pos(const KEL_BYTE *reader);
+
+/* Skips `count` bytes and returns the new position. Reaching the end, also
+ * exactly, returns 0 and sets the end flag, which must not be null here. */
+KEL_API uint32_t KELByte_Skip(KEL_BYTE *reader, uint32_t count, uint32_t *end);
+
+/* The next byte, 0 at the end. Peek leaves the position. */
+KEL_API uint32_t KELByte_Get_char(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint32_t KELByte_Peek_char(KEL_BYTE *reader, uint32_t *end);
+
+/* Copy 3 or 4 bytes to `to` and return it; null at the end. */
+KEL_API void *KELByte_Get_3char(KEL_BYTE *reader, void *to, uint32_t *end);
+KEL_API void *KELByte_Peek_3char(KEL_BYTE *reader, void *to, uint32_t *end);
+KEL_API void *KELByte_Get_4char(KEL_BYTE *reader, void *to, uint32_t *end);
+KEL_API void *KELByte_Peek_4char(KEL_BYTE *reader, void *to, uint32_t *end);
+
+/* Copy `count` bytes to `to`, without a terminator, and return it; null at the
+ * end. A count of 0 returns at once and leaves the end flag alone. */
+KEL_API void *KELByte_Get_string(KEL_BYTE *reader, void *to, uint32_t count, uint32_t *end);
+KEL_API void *KELByte_Peek_string(KEL_BYTE *reader, void *to, uint32_t count, uint32_t *end);
+
+/* 3 bytes as a number, first byte highest; 0 at the end. */
+KEL_API uint32_t KELByte_Get_3char_be_uint32(KEL_BYTE *reader, uint32_t *end);
+
+/* Integers, least (le) or most (be) significant byte first; 0 at the end. Get
+ * moves the position, Peek leaves it. 16-bit values are extended to 32 bits. */
+KEL_API int32_t KELByte_Get_le_int16(KEL_BYTE *reader, uint32_t *end);
+KEL_API int32_t KELByte_Peek_le_int16(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint32_t KELByte_Get_le_uint16(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint32_t KELByte_Peek_le_uint16(KEL_BYTE *reader, uint32_t *end);
+KEL_API int32_t KELByte_Get_be_int16(KEL_BYTE *reader, uint32_t *end);
+KEL_API int32_t KELByte_Peek_be_int16(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint32_t KELByte_Get_be_uint16(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint32_t KELByte_Peek_be_uint16(KEL_BYTE *reader, uint32_t *end);
+KEL_API int32_t KELByte_Get_le_int32(KEL_BYTE *reader, uint32_t *end);
+KEL_API int32_t KELByte_Peek_le_int32(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint32_t KELByte_Get_le_uint32(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint32_t KELByte_Peek_le_uint32(KEL_BYTE *reader, uint32_t *end);
+KEL_API int32_t KELByte_Get_be_int32(KEL_BYTE *reader, uint32_t *end);
+KEL_API int32_t KELByte_Peek_be_int32(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint32_t KELByte_Get_be_uint32(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint32_t KELByte_Peek_be_uint32(KEL_BYTE *reader, uint32_t *end);
+KEL_API int64_t KELByte_Get_le_int64(KEL_BYTE *reader, uint32_t *end);
+KEL_API int64_t KELByte_Peek_le_int64(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint64_t KELByte_Get_le_uint64(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint64_t KELByte_Peek_le_uint64(KEL_BYTE *reader, uint32_t *end);
+KEL_API int64_t KELByte_Get_be_int64(KEL_BYTE *reader, uint32_t *end);
+KEL_API int64_t KELByte_Peek_be_int64(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint64_t KELByte_Get_be_uint64(KEL_BYTE *reader, uint32_t *end);
+KEL_API uint64_t KELByte_Peek_be_uint64(KEL_BYTE *reader, uint32_t *end);
+
+KEL_END_DECLS
+
+#endif
