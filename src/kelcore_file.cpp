@@ -283,7 +283,7 @@ int32_t KEL_FileCloseDir(KEL_DIR *dir) {
 const char *KEL_FileReadDir(KEL_DIR *dir) {
   if (dir == nullptr)
     return nullptr;
-  const dirent64 *entry = readdir64(dir->stream);  // NOLINT(concurrency-mt-unsafe): own stream
+  const dirent64 *entry = readdir64(dir->stream);
   return entry != nullptr ? entry->d_name : nullptr;
 }
 

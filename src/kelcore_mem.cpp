@@ -46,7 +46,7 @@ void *KEL_ReAlloc(void *block, uint32_t size) {
   void *volatile old_block = block;
   void *moved = realloc(block, size);
   if (old_block != nullptr)
-    KEL_MemTblUpdate(old_block, moved, size);
+    KEL_MemTblUpdate(old_block, moved, size);  // NOLINT(clang-analyzer-unix.Malloc)
   return moved;
 }
 

@@ -19,7 +19,7 @@ struct KEL_MUTEX {
 
 namespace {
 
-constexpr time_t kOneYearSeconds = 365 * 24 * 60 * 60;
+constexpr time_t kOneYearSeconds = time_t{365} * 24 * 60 * 60;
 
 uint32_t lock_bounded(pthread_mutex_t *native, uint32_t timeout) {
   if (pthread_mutex_trylock(native) == 0)
@@ -63,6 +63,7 @@ KEL_MUTEX *KEL_MutexCreate(void) {
     return nullptr;
   // Only a negative report means that there is no mutex: the zeroed record is
   // already one with default attributes.
+  // NOLINTNEXTLINE(bugprone-posix-return)
   if (pthread_mutex_init(&mutex->native, nullptr) < 0) {
     kel::ErrnoGuard keep_errno;
     KEL_Free(mutex, 0);

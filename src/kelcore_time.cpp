@@ -67,6 +67,6 @@ timespec KEL_TimespecAdd(timespec a, timespec b) {
 
 int32_t KEL_GetlocalTime(tm *time_out) {
   const time_t now = time(nullptr);
-  *time_out = *localtime(&now);  // NOLINT(concurrency-mt-unsafe): copied at once
+  *time_out = *localtime(&now);
   return 0;
 }

@@ -4,14 +4,15 @@
 #include <errno.h>
 #include <stdint.h>
 
+#include "internal/trace.h"
 #include "kelcore_mem.h"
 
-// The block is announced under the caller's position, hence macros.
-#define KEL_ALLOC_BYTES(size, fill) \
-  KEL_Malloc((size), 0, (fill), kTraceSource.file, __LINE__, __func__)
-#define KEL_ALLOC(Type) static_cast<Type *>(KEL_ALLOC_BYTES(sizeof(Type), 0))
-
 namespace kel {
+
+template <typename T>
+inline T *alloc_record(const TraceSource &source, int32_t line, const char *func) {
+  return static_cast<T *>(KEL_Malloc(sizeof(T), 0, 0, source.file, line, func));
+}
 
 // Sizes of the allocator are 32 bits wide. A product that does not fit fails as
 // the allocation would; returns false then.
@@ -23,3 +24,6 @@ inline bool product_fits(uint32_t count, uint32_t size) {
 }
 
 }  // namespace kel
+
+// A zeroed record, announced under the caller's position, hence a macro.
+#define KEL_ALLOC(Type) (kel::alloc_record<Type>(kTraceSource, __LINE__, __func__))
