@@ -9,6 +9,11 @@
 #include <unistd.h>
 
 namespace faults {
+
+// The sanitizers' run-time calls some of these functions before the objects
+// below exist.
+constinit std::atomic<bool> ready{false};
+
 namespace {
 
 std::vector<CallBase *> &Registry() {
@@ -107,5 +112,13 @@ extern "C" sem_t *__wrap_sem_open(const char *name, int flags, ...) {
     value = va_arg(arguments, unsigned);
     va_end(arguments);
   }
+  if (!faults::ready)
+    return __real_sem_open(name, flags, mode, value);
   return faults::sem_open.Enter(name, flags, mode, value);
 }
+
+namespace faults {
+namespace {
+const bool all_made = [] { return ready = true; }();
+}
+}  // namespace faults
