@@ -11,7 +11,7 @@
 namespace faults {
 
 // The sanitizers' run-time calls some of these functions before the objects
-// below exist.
+// below exist and after they are gone.
 constinit std::atomic<bool> ready{false};
 
 namespace {
@@ -80,14 +80,14 @@ void ResetAll() {
 
 }  // namespace faults
 
-#define FAULT_CALL(result, name, parameters, arguments) \
-  extern "C" result __real_##name parameters;           \
-  namespace faults {                                    \
-  Call<result parameters> name{#name, __real_##name};   \
-  }                                                     \
-  extern "C" result __wrap_##name parameters;           \
-  extern "C" result __wrap_##name parameters {          \
-    return faults::name.Enter arguments;                \
+#define FAULT_CALL(result, name, parameters, arguments)                            \
+  extern "C" result __real_##name parameters;                                      \
+  namespace faults {                                                               \
+  Call<result parameters> name{#name, __real_##name};                              \
+  }                                                                                \
+  extern "C" result __wrap_##name parameters;                                      \
+  extern "C" result __wrap_##name parameters {                                     \
+    return faults::ready ? faults::name.Enter arguments : __real_##name arguments; \
   }
 #include "fault_calls.inc"
 #undef FAULT_CALL
@@ -119,6 +119,10 @@ extern "C" sem_t *__wrap_sem_open(const char *name, int flags, ...) {
 
 namespace faults {
 namespace {
-const bool all_made = [] { return ready = true; }();
+// Made last and gone first.
+const struct AllMade {
+  AllMade() { ready = true; }
+  ~AllMade() { ready = false; }
+} all_made;
 }
 }  // namespace faults
