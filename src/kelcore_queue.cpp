@@ -72,7 +72,8 @@ const char *shown_name(const KEL_QUEUE *queue) {
   return queue->name != nullptr ? queue->name : "";
 }
 
-// Set and cleared as a flag is handed over: only the one who changes it acts.
+// Set and cleared as a flag is handed over. Being sequentially consistent, a
+// change is a full barrier: what was pushed before is seen by whoever is woken.
 void change_waiting(KEL_QUEUE *queue, int32_t from, int32_t to) {
   __atomic_compare_exchange_n(&queue->waiting, &from, to, false, __ATOMIC_SEQ_CST,
                               __ATOMIC_SEQ_CST);
@@ -283,7 +284,6 @@ void wake_sleeper(KEL_QUEUE *queue) {
     return;
   // Sent also when another one took the flag first: a spare event is harmless.
   change_waiting(queue, 1, 0);
-  __atomic_thread_fence(__ATOMIC_SEQ_CST);
   KEL_EventSend(queue->data_event);
 }
 
@@ -315,7 +315,6 @@ void trace_woken_for_nothing(const KEL_QUEUE *queue, End end, const char *func) 
 bool sleep_for_data(KEL_QUEUE *queue, kel::ScopedLock &lock, uint32_t timeout, End end,
                     const char *func) {
   change_waiting(queue, 0, 1);
-  __atomic_thread_fence(__ATOMIC_SEQ_CST);
   lock.unlock();
   if (KEL_EventWait(queue->data_event, timeout) != 0) {
     if (bounded(queue))
