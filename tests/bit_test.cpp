@@ -260,6 +260,8 @@ TEST(BitPut, WritesOnlyTheLowBitsOfTheValue) {
   Cursor cursor(data, 4);
   KELBitPutBit(cursor, 4, 0xFFFFFFF5);
   EXPECT_EQ(data[0], 0x50);
+  KELBitPutBit(cursor, 2, 0xFFFFFFFE);
+  EXPECT_EQ(data[0], 0x58) << "what was written before stays";
 }
 
 TEST(BitPut, WhatIsWrittenIsReadBack) {

@@ -539,6 +539,23 @@ TEST(QueueUnbounded, EntriesComeFromThePoolWhenItServes32Bytes) {
   KEL_SMalloc_Deinit();
 }
 
+TEST(QueueUnbounded, AnEntryThatWentFromTheTailIsNotWrittenToAnyMore) {
+  KEL_SMalloc_Init();
+  KEL_SMalloc_Register(32, nullptr);
+  KEL_QUEUE *queue = KEL_QueueCreate(nullptr, 0);
+  KEL_QueuePush(queue, &items[0], 0);
+  KEL_QueuePush(queue, &items[1], 0);
+  EXPECT_EQ(KEL_QueuePopTail(queue, nullptr, 0), &items[1]);
+  auto *reused = static_cast<char *>(KEL_SMalloc(32));  // by somebody else
+  memset(reused, 0xEE, 32);
+  EXPECT_EQ(KEL_QueuePop(queue, nullptr, 0), &items[0]);
+  EXPECT_EQ(std::string(reused, 32), std::string(32, '\xEE'));
+  KEL_SFree(reused, 32);
+  KEL_QueueDestroy(queue);
+  KEL_SMalloc_UnRegister(32);
+  KEL_SMalloc_Deinit();
+}
+
 TEST(QueueUnbounded, TakingTheLastFromTheHeadIsTraced) {
   KEL_QUEUE *queue = KEL_QueueCreate(nullptr, 0);
   KEL_QueuePush(queue, &items[0], 0);
@@ -636,7 +653,9 @@ TEST_P(Queue, APushWakesTheSleeper) {
         EXPECT_EQ(param, 5);
       });
       AwaitSleeper(queue);
-      EXPECT_TRUE(LockIsFree(queue)) << "a sleeper does not hold it";
+      // A sleeper does not hold it; it lets go just after it has said so.
+      ASSERT_EQ(KEL_MutexLock(LockOf(queue), 60'000), 0u);
+      KEL_MutexUnLock(LockOf(queue));
       EXPECT_EQ(push(queue, &items[1], 5), 0);
       sleeper.join();
       EXPECT_EQ(Waiting(queue), 0);

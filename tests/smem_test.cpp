@@ -301,6 +301,8 @@ TEST_F(Pool, UnregisteringReleasesEverything) {
   EXPECT_EQ(KEL_SMemIsReg(8), 0);
   EXPECT_EQ(KEL_SMemGetName(8), nullptr);
   EXPECT_TRUE(LockIsFree());
+  KEL_SMemStatus(nullptr, nullptr, nullptr);
+  EXPECT_EQ(trace.Messages()[0], "total registered (0)\n");
   Register(8, "anew");
   EXPECT_STREQ(KEL_SMemGetName(8), "anew");
 }

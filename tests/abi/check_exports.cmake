@@ -1,3 +1,5 @@
+cmake_minimum_required(VERSION 3.25)
+
 # cmake -DLIBRARY=libkelcore.so -DLIST=src/exports.txt -DNM=nm -P check_exports.cmake
 # Compares what the library exports with the list, in both directions.
 execute_process(COMMAND ${NM} -D --defined-only --format=posix ${LIBRARY}

@@ -1,3 +1,5 @@
+cmake_minimum_required(VERSION 3.25)
+
 # cmake -DLIBRARY=libkelcore.so -DREADELF=readelf -DSONAME=libkelcore.so.0 -P check_needed.cmake
 # The library may need the C library and nothing else, and bears its SONAME.
 execute_process(COMMAND ${READELF} -d ${LIBRARY}

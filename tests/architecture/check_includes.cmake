@@ -1,3 +1,5 @@
+cmake_minimum_required(VERSION 3.25)
+
 # cmake -DROOT=<source directory> -P check_includes.cmake
 # Compares the table "who stands on whom" in docs/architecture.md with what the
 # sources include, directly or through the private headers.
