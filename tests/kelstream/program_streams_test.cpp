@@ -1,0 +1,170 @@
+// The whole program on streams that were cut, joined, damaged, or are huge.
+
+#include <filesystem>
+#include <fstream>
+
+#include "program_fixture.h"
+
+namespace kelstream_test {
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+class ProgramStreamsTest : public ProgramTest {};
+
+TEST_F(ProgramStreamsTest, JoinedFilesCountTwice) {
+  ExpectVideo(video_ + video_, 0, 400, 8, 602578);
+  ExpectSound(sound_ + sound_, 0, 752, 197086);
+}
+
+TEST_F(ProgramStreamsTest, VideoCutAtOddPlaces) {
+  // In the first start code nothing is to be seen yet.
+  for (const size_t size : Sizes{1, 2, 3, 4}) {
+    const std::string path = temp_.Write("cut", video_.substr(0, size));
+    const Result result = RunProgram({"--json", path});
+    EXPECT_EQ(result.status, 1) << size;
+    EXPECT_EQ(result.out, "[]\n");
+    EXPECT_TRUE(Contains(result.err, path));
+  }
+  // In the parameter sets, the SEI, and the header of the first slice.
+  for (const size_t size :
+       {5, 7, 12, 26, 27, 28, 29, 31, 33, 38, 40, 300, 739, 741, 744, 745}) {
+    const std::string path = temp_.Write("cut", video_.substr(0, size));
+    const Result result = RunProgram({"--json", path});
+    EXPECT_EQ(result.status, 2) << size;
+    EXPECT_TRUE(Contains(result.out, "\"frames\":0,\"keyframes\":0,")) << size;
+    EXPECT_TRUE(Contains(result.err, "warning: ")) << size;
+  }
+  // In start codes and headers further on: the second picture begins at 4849.
+  ASSERT_EQ(video_.substr(4849, 5), std::string("\0\0\0\1\x41", 5));
+  ExpectVideo(video_.substr(0, 4849), 0, 1, 1, 4849);
+  for (const size_t size : Sizes{4850, 4851, 4852, 4853, 4854, 4855}) {
+    // The beginning of a picture that cannot be read is not counted.
+    ExpectVideo(video_.substr(0, size), 2, 1, 1, size == 4855 ? 4849 : size);
+    EXPECT_TRUE(Contains(error_, size < 4853 ? "byte 741: " : "byte 4849: ")) << error_;
+  }
+  // Within coded data the cut cannot be seen.
+  ExpectVideo(video_.substr(0, 4900), 0, 2, 1, 4900);
+}
+
+TEST_F(ProgramStreamsTest, VideoWithoutItsBeginning) {
+  // From within the first picture on: no parameter sets until the second key
+  // frame, then all is well.
+  const std::string path = temp_.Write("late", video_.substr(1000));
+  const Result result = RunProgram({"--json", path});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(Contains(result.out, "\"frames\":150,\"keyframes\":3,")) << result.out;
+  EXPECT_TRUE(Contains(result.err, "byte 0: 3849 bytes before the first start code"));
+  EXPECT_TRUE(Contains(result.err, "slice without its picture parameter set"));
+  EXPECT_TRUE(Contains(result.err, "more\n")) << "a long list is cut";
+}
+
+TEST_F(ProgramStreamsTest, VideoWithoutAReferencePicture) {
+  // The first P picture, and the B picture behind it.
+  ExpectVideo(video_.substr(0, 4849) + video_.substr(7224), 2, 198, 4, 301289 - 2375);
+  EXPECT_TRUE(Contains(error_, "byte 4849: reference pictures are missing")) << error_;
+  // A picture that no other refers to is not missed.
+  ExpectVideo(video_.substr(0, 6346) + video_.substr(7224), 0, 199, 4, 301289 - 878);
+}
+
+TEST_F(ProgramStreamsTest, VideoWithGarbage) {
+  ExpectVideo("garbage in front" + video_, 2, 200, 4, 301289);
+  EXPECT_TRUE(Contains(error_, "byte 0: 16 bytes before the first start code"));
+  std::string zeroed = video_;
+  zeroed.replace(20000, 40, 40, '\0');
+  ExpectVideo(zeroed, 2, 200, 4, 301289);
+  EXPECT_TRUE(Contains(error_, "byte 20000: zero bytes")) << error_;
+  std::string header = video_;
+  header[4853] = '\xC1';
+  ExpectVideo(header, 2, 199, 4, 301289);
+  EXPECT_TRUE(Contains(error_, "byte 4849: NAL unit with forbidden_zero_bit")) << error_;
+}
+
+TEST_F(ProgramStreamsTest, SoundCutAtOddPlaces) {
+  const std::vector<size_t> frames = SoundFrames();
+  ASSERT_EQ(frames.size(), 376u);
+  for (const size_t frame : Sizes{1u, 2u, 100u, 375u}) {
+    const size_t begin = frames[frame];
+    ExpectSound(sound_.substr(0, begin), 0, static_cast<int>(frame), begin);
+    for (const size_t extra : Sizes{1, 2, 3, 6, 7, 8, 20}) {
+      if (begin + extra >= sound_.size() ||
+          (frame + 1 < frames.size() && begin + extra >= frames[frame + 1]))
+        continue;
+      ExpectSound(sound_.substr(0, begin + extra), 2, static_cast<int>(frame), begin);
+      EXPECT_TRUE(Contains(error_, ": byte " + std::to_string(begin) + ": ")) << error_;
+    }
+  }
+  // Without its first bytes: the first frame is lost.
+  ExpectSound(sound_.substr(5), 2, 375, sound_.size() - frames[1]);
+  EXPECT_TRUE(Contains(error_, "byte 0: "));
+}
+
+TEST_F(ProgramStreamsTest, SoundWithGarbage) {
+  const size_t at = SoundFrames()[200];
+  const std::string garbage(1500, '\xF3');
+  ExpectSound(garbage + sound_, 2, 376, 98543);
+  EXPECT_TRUE(Contains(error_, "byte 0: 1500 bytes before the first frame"));
+  std::string middle = sound_;
+  middle.insert(at, garbage);
+  ExpectSound(middle, 2, 376, 98543);
+  EXPECT_TRUE(Contains(error_, "byte " + std::to_string(at) + ": 1500 bytes skipped"))
+      << error_;
+  ExpectSound(sound_ + garbage, 2, 376, 98543);
+  std::string overwritten = sound_;
+  overwritten.replace(at, 4, 4, 'x');
+  ExpectSound(overwritten, 2, 375, 98543 - (SoundFrames()[201] - at));
+}
+
+TEST_F(ProgramStreamsTest, TagsAroundSound) {
+  const auto text = [](const Bytes &bytes) { return std::string(bytes.begin(), bytes.end()); };
+  for (const size_t size : Sizes{20, 300000, 2000000})
+    ExpectSound(text(Id3v2(size)) + sound_ + text(Id3v1()), 0, 376, 98543);
+}
+
+TEST_F(ProgramStreamsTest, LargeUnitsTravelInFragments) {
+  H264Stream stream;
+  stream.Parameters().Idr();
+  for (const size_t size : Sizes{32 * 1024u, 300000u, 3000000u})
+    stream.Slice({.ref_idc = 0,
+                  .frame_num = 1,
+                  .poc_lsb = static_cast<uint32_t>(size % 251),
+                  .payload = size});
+  const std::string path = temp_.Write("large", stream.bytes());
+  const Result result = RunProgram({"--json", path});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_TRUE(Contains(result.out, "\"frames\":4,\"keyframes\":1,\"bytes\":" +
+                                       std::to_string(stream.size()) + "}"))
+      << result.out;
+}
+
+TEST_F(ProgramStreamsTest, MemoryDoesNotGrowWithTheFile) {
+  if (kSanitized)
+    GTEST_SKIP() << "sanitizers keep memory of their own";
+  // One picture of 100 MB, then 100 MB of zeros, most of it a hole.
+  const std::string path = temp_.Write("huge", video_.substr(0, 4849));
+  {
+    std::ofstream file(path, std::ios::binary | std::ios::app);
+    const std::string block(1 << 20, 'x');
+    for (int i = 0; i < 100; ++i)
+      file << block;
+  }
+  std::filesystem::resize_file(path, 200 << 20);
+  const Result video = RunProgram({"--json", path});
+  EXPECT_EQ(video.status, 0) << video.err;
+  EXPECT_TRUE(Contains(video.out, "\"frames\":1,")) << video.out;
+  EXPECT_LT(video.max_rss_kb, 32 * 1024);
+  // Sound that never comes back.
+  temp_.Write("huge", sound_);
+  std::filesystem::resize_file(path, 200 << 20);
+  const Result sound = RunProgram({"--json", path});
+  EXPECT_EQ(sound.status, 2);
+  EXPECT_TRUE(Contains(sound.out, SoundStream(376, 98543)));
+  EXPECT_LT(sound.max_rss_kb, 32 * 1024);
+}
+
+}  // namespace
+}  // namespace kelstream_test
