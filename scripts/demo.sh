@@ -10,6 +10,7 @@ cmake -S "$root" -B "$root/build" -DKELCORE_BUILD_TESTS=OFF
 cmake --build "$root/build" -j "$(nproc)"
 
 if [ $# -eq 0 ]; then
-  set -- "$root/examples/media/bars.h264" "$root/examples/media/tone.aac"
+  cd "$root"
+  set -- examples/media/bars.h264 examples/media/tone.aac
 fi
 exec "$root/build/kelstream" "$@"

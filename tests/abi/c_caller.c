@@ -12,7 +12,9 @@
     }                                                                           \
   } while (0)
 
-static void *entry(void *arg) { return arg; }
+static void *entry(void *arg) {
+  return arg;
+}
 
 static int runtime(void) {
   CHECK(KEL_SystemInit(NULL) == 0);
@@ -77,4 +79,6 @@ static int parsing(void) {
   return 0;
 }
 
-int main(void) { return runtime() || threads() || containers() || parsing(); }
+int main(void) {
+  return runtime() || threads() || containers() || parsing();
+}

@@ -124,5 +124,5 @@ const struct AllMade {
   AllMade() { ready = true; }
   ~AllMade() { ready = false; }
 } all_made;
-}
+}  // namespace
 }  // namespace faults
