@@ -117,6 +117,31 @@ extern "C" sem_t *__wrap_sem_open(const char *name, int flags, ...) {
   return faults::sem_open.Enter(name, flags, mode, value);
 }
 
+extern "C" mqd_t __real_mq_open(const char *name, int flags, ...);
+extern "C" mqd_t __wrap_mq_open(const char *name, int flags, ...);
+
+namespace faults {
+Call<mqd_t(const char *, int, mode_t, struct mq_attr *)> mq_open{
+    "mq_open", [](const char *name, int flags, mode_t mode, struct mq_attr *attributes) {
+      return __real_mq_open(name, flags, mode, attributes);
+    }};
+}
+
+extern "C" mqd_t __wrap_mq_open(const char *name, int flags, ...) {
+  mode_t mode = 0;
+  struct mq_attr *attributes = nullptr;
+  if ((flags & O_CREAT) != 0) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode = va_arg(arguments, mode_t);
+    attributes = va_arg(arguments, struct mq_attr *);
+    va_end(arguments);
+  }
+  if (!faults::ready)
+    return __real_mq_open(name, flags, mode, attributes);
+  return faults::mq_open.Enter(name, flags, mode, attributes);
+}
+
 namespace faults {
 namespace {
 // Made last and gone first.

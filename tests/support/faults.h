@@ -14,9 +14,13 @@
 #pragma once
 
 #include <dirent.h>
+#include <dlfcn.h>
+#include <mqueue.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <signal.h>
 #include <stdio.h>
+#include <sys/shm.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <time.h>
@@ -146,5 +150,8 @@ int &Call<R(A...)>::errno_value() {
 
 // sem_open is variadic in C; here its last two arguments are always there.
 extern Call<sem_t *(const char *, int, mode_t, unsigned)> sem_open;
+
+// So is mq_open.
+extern Call<mqd_t(const char *, int, mode_t, struct mq_attr *)> mq_open;
 
 }  // namespace faults
