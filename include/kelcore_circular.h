@@ -1,0 +1,33 @@
+/* Circular buffer: a copying byte FIFO of fixed capacity.
+ *
+ *     KEL_CIRCULAR *fifo = KELCircular_Create(1024);
+ *     if (KELCircular_Push(fifo, packet, 188) == 0) ...
+ *     if (KELCircular_Pop(fifo, packet, 188) == 0) ...
+ *     KELCircular_Destroy(fifo);
+ *
+ * Push and pop move all bytes or none. No lock; handles and pointers are not
+ * checked. Traces under "kelcircular". */
+#ifndef KELCORE_CIRCULAR_H
+#define KELCORE_CIRCULAR_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+typedef struct KEL_CIRCULAR KEL_CIRCULAR;
+
+/* An empty buffer for `size` bytes; null when memory is short. */
+KEL_API KEL_NODISCARD KEL_CIRCULAR *KELCircular_Create(uint32_t size);
+
+/* Releases the buffer. Returns 0; -1 for null. */
+KEL_API int32_t KELCircular_Destroy(KEL_CIRCULAR *buffer);
+
+/* Appends `count` bytes. Returns 0; -1 when they do not fit. */
+KEL_API int32_t KELCircular_Push(KEL_CIRCULAR *buffer, const void *from, uint32_t count);
+
+/* Takes the oldest `count` bytes. Returns 0; -1 when there are fewer. */
+KEL_API int32_t KELCircular_Pop(KEL_CIRCULAR *buffer, void *to, uint32_t count);
+
+KEL_END_DECLS
+
+#endif

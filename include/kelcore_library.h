@@ -1,0 +1,28 @@
+/* Plug-ins: shared libraries loaded at run time.
+ *
+ *     void *plugin = KEL_LibraryLoad("/usr/lib/player/h264.so");
+ *     Decode decode = (Decode)KEL_LibraryGetFunc(plugin, "decode");
+ *     KEL_LibraryUnLoad(plugin);
+ *
+ * Safe from any thread. Failures are traced under "kellibrary". */
+#ifndef KELCORE_LIBRARY_H
+#define KELCORE_LIBRARY_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+/* Loads a shared library with all its symbols bound at once and visible to
+ * itself only. Returns a handle to be released with KEL_LibraryUnLoad, or null.
+ * Runs the library's constructors. */
+KEL_API KEL_NODISCARD void *KEL_LibraryLoad(const char *path);
+
+/* The address of a symbol, or null. */
+KEL_API void *KEL_LibraryGetFunc(void *library, const char *name);
+
+/* Releases the handle; null is ignored. Returns 0 always. */
+KEL_API int32_t KEL_LibraryUnLoad(void *library);
+
+KEL_END_DECLS
+
+#endif

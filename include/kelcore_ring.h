@@ -1,0 +1,56 @@
+/* Ring buffer: a byte stream that parsers read in place.
+ *
+ *     KEL_RING *ring = KELRing_Create(65536);
+ *     uint32_t room, held;
+ *     uint8_t *to = KELRing_GetWBuf(ring, &room);
+ *     KELRing_FillWBuf(ring, read(fd, to, room));
+ *     uint8_t *from = KELRing_GetRBuf(ring, &held);
+ *     KELRing_DelRBuf(ring, parse(from, held));
+ *     KELRing_Destroy(ring);
+ *
+ * Data never wraps: the buffer has twice its nominal size, and what is unread
+ * slides back to the start once the reading has passed the nominal size. No
+ * lock and no checks of counts; one thread, or a lock of the caller's. Traces
+ * under "kelring".
+ *
+ * Surprises worth knowing:
+ *  - KELRing_GetWBuf always offers the whole nominal size. Write no more than
+ *    size less what is held: more may run over the end.
+ *  - KELRing_Reset forgets the data but not the read offset. */
+#ifndef KELCORE_RING_H
+#define KELCORE_RING_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+typedef struct KEL_RING KEL_RING;
+
+/* An empty ring of `size` bytes (2 x size are taken); null when memory is
+ * short. */
+KEL_API KEL_NODISCARD KEL_RING *KELRing_Create(uint32_t size);
+
+/* Releases the ring. Returns 0; -1 for null. */
+KEL_API int32_t KELRing_Destroy(KEL_RING *ring);
+
+/* Forgets what is unread. */
+KEL_API void KELRing_Reset(KEL_RING *ring);
+
+/* Where to write, and the nominal size; null for null, `size` being left. */
+KEL_API uint8_t *KELRing_GetWBuf(KEL_RING *ring, uint32_t *size);
+
+/* Tells that `count` bytes were written there. Returns the unread bytes; 0 for
+ * null. */
+KEL_API uint32_t KELRing_FillWBuf(KEL_RING *ring, int32_t count);
+
+/* All unread bytes in one piece, and their number; null for null, `size` being
+ * left. */
+KEL_API uint8_t *KELRing_GetRBuf(KEL_RING *ring, uint32_t *size);
+
+/* Tells that the first `count` unread bytes are done with. Returns what is
+ * left; 0 for null. */
+KEL_API uint32_t KELRing_DelRBuf(KEL_RING *ring, uint32_t count);
+
+KEL_END_DECLS
+
+#endif

@@ -1,0 +1,48 @@
+/* Text helpers.
+ *
+ *     char name[16];
+ *     KEL_strtrim("cfg[video]x", "[", "]", name, sizeof name);  // "video"
+ *     KEL_FourCC_String(0x31637661, code);                      // "avc1"
+ *
+ * Nothing traces or blocks. Everything is reentrant but KEL_FourCC_String
+ * without a buffer, KEL_char2Wchar and KEL_Wchar2char, which hand out buffers
+ * that the whole process shares. */
+#ifndef KELCORE_STRING_H
+#define KELCORE_STRING_H
+
+#include <wchar.h>
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+/* The last occurrence of `pattern` in `text`; null when there is none, or when
+ * either is null or empty. */
+KEL_API char *KEL_strrstr(const char *text, const char *pattern);
+
+/* vsnprintf into `to`, which has room for `size` bytes with the terminator.
+ * Returns the length that the whole text would have, or a negative number. */
+KEL_API int32_t KEL_snprintf(char *to, int32_t size, const char *format, ...) KEL_PRINTF(3, 4);
+
+/* The code's four bytes in memory order as a text. `buffer` has room for 5
+ * bytes; with null, a buffer that the next such call overwrites is used.
+ * Returns the buffer. */
+KEL_API char *KEL_FourCC_String(uint32_t code, char *buffer);
+
+/* Copies to `to` (of `size` bytes, at least 1) what lies between the last
+ * `open` in `text` and the last `close` behind it, cut to size - 1 characters.
+ * A delimiter that is missing counts as the beginning or the end of the text.
+ * Only one character of `open` is skipped, however long it is. Returns `to`;
+ * null when any pointer is null. */
+KEL_API char *KEL_strtrim(const char *text, const char *open, const char *close, char *to,
+                          uint32_t size);
+
+/* Kept for programs that call them; no conversion is made. The first two
+ * return a buffer of 256 bytes each, the third returns `to` untouched. */
+KEL_API wchar_t *KEL_char2Wchar(const char *unused);
+KEL_API char *KEL_Wchar2char(const wchar_t *unused);
+KEL_API char *KEL_Wchar2charcopy(const wchar_t *unused, char *to);
+
+KEL_END_DECLS
+
+#endif

@@ -1,0 +1,270 @@
+// Checksums, and a string-keyed hash table with open addressing.
+
+#include "kelcore_hash.h"
+
+#include <stddef.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "internal/alloc.h"
+#include "internal/errno_guard.h"
+#include "internal/trace.h"
+
+KEL_TRACE_SOURCE("kelhash", "kelcore_hash")
+
+namespace {
+
+struct Slot {
+  char *key;  // from strdup; null in a free slot and for a null key
+  uint64_t value;
+  uint8_t used;
+};
+
+}  // namespace
+
+struct KEL_HASHMAP {
+  uint32_t size;
+  uint32_t count;
+  Slot *table;
+  uint8_t expandable;
+};
+
+namespace {
+
+static_assert(sizeof(Slot) == 24 && offsetof(Slot, value) == 8 && offsetof(Slot, used) == 16);
+static_assert(sizeof(KEL_HASHMAP) == 24 && offsetof(KEL_HASHMAP, table) == 8 &&
+              offsetof(KEL_HASHMAP, expandable) == 16);
+
+constexpr uint32_t kDefaultSlots = 256;
+constexpr uint32_t kInsertProbes = 11;
+constexpr uint32_t kLookupProbes = 10;
+
+// ---- Checksums ----
+
+struct CrcTables {
+  uint16_t crc16[256];
+  uint32_t crc32[256];
+  constexpr CrcTables() : crc16{}, crc32{} {
+    for (uint32_t i = 0; i < 256; ++i) {
+      uint32_t high = i << 8;
+      uint32_t low = i;
+      for (int bit = 0; bit < 8; ++bit) {
+        high = (high << 1) ^ ((high & 0x8000) != 0 ? 0x1021u : 0u);
+        low = (low >> 1) ^ ((low & 1) != 0 ? 0xEDB88320u : 0u);
+      }
+      crc16[i] = static_cast<uint16_t>(high);
+      crc32[i] = low;
+    }
+  }
+};
+
+constexpr CrcTables kTables;
+constexpr const uint16_t (&KEL_crc16_tab)[256] = kTables.crc16;
+constexpr const uint32_t (&KEL_crc32_tab)[256] = kTables.crc32;
+static_assert(KEL_crc16_tab[1] == 0x1021 && KEL_crc16_tab[128] == 0x9188);
+static_assert(KEL_crc32_tab[1] == 0x77073096);
+
+// ---- Hash table ----
+
+uint32_t next_slot(const KEL_HASHMAP *map, uint32_t slot) {
+  return slot + 1 < map->size ? slot + 1 : 0;
+}
+
+// An entry with a null key is never equal to anything.
+bool holds(const Slot &slot, const char *key) {
+  return slot.used != 0 && slot.key != nullptr && key != nullptr && strcmp(slot.key, key) == 0;
+}
+
+Slot *find(const KEL_HASHMAP *map, const char *key) {
+  uint32_t at = KEL_Hashmap_string(key, map->size);
+  // Free slots do not end a search: deletions leave holes.
+  for (uint32_t probe = 0; probe < kLookupProbes; ++probe, at = next_slot(map, at))
+    if (holds(map->table[at], key))
+      return &map->table[at];
+  return nullptr;
+}
+
+void release_key(char *key) {
+  KEL_Free(key, 0);
+}
+
+void trace_rehash_failed() {
+  TRACE_AS("KEL_Hashmap_Hash", KEL_LEVEL_ERROR, "rehash failed.\n");
+}
+
+// Doubles the table. The new copies of the keys replace the old ones, which
+// stay behind: callers may hold on to them through values.
+int32_t kelhashmap_resize(KEL_HASHMAP *map) {
+  if (map->expandable == 0) {
+    TRACE_ERROR("resizing is not allowed! (expandable FALSE)\n");
+    return -1;
+  }
+  const uint32_t old_size = map->size;
+  Slot *old_table = map->table;
+  Slot *table = nullptr;
+  if (kel::product_fits(old_size, 2))
+    table = static_cast<Slot *>(
+        KEL_Calloc(old_size * 2, sizeof(Slot), 0, kTraceSource.file, __LINE__, __func__));
+  if (table == nullptr) {
+    TRACE_ERROR("Out of memory\n");
+    return -1;
+  }
+  map->size = old_size * 2;
+  map->count = 0;
+  map->table = table;
+  for (uint32_t i = 0; i < old_size; ++i)
+    if (old_table[i].used != 0 &&
+        KEL_Hashmap_Hash(map, old_table[i].key, old_table[i].value) < 0)
+      return -1;
+  KEL_Free(old_table, 0);
+  return 0;
+}
+
+Slot *free_slot(const KEL_HASHMAP *map, const char *key) {
+  uint32_t at = KEL_Hashmap_string(key, map->size);
+  for (uint32_t probe = 0; probe < kInsertProbes; ++probe, at = next_slot(map, at))
+    if (map->table[at].used == 0)
+      return &map->table[at];
+  return nullptr;
+}
+
+void clear(KEL_HASHMAP *map, Slot &slot) {
+  release_key(slot.key);
+  slot = {};
+  --map->count;
+}
+
+}  // namespace
+
+uint32_t KEL_Hash_crc16(const void *data, uint32_t length) {
+  const auto *bytes = static_cast<const uint8_t *>(data);
+  uint32_t r = 0;
+  for (uint32_t i = 0; i < length; ++i)
+    r = KEL_crc16_tab[(r ^ bytes[i]) & 0xFF] ^ (r >> 8);
+  return r;
+}
+
+uint32_t KEL_Hash_crc32(const void *data, uint32_t length) {
+  const auto *bytes = static_cast<const uint8_t *>(data);
+  uint32_t r = 0xFFFFFFFF;
+  for (uint32_t i = 0; i < length; ++i)
+    r = KEL_crc32_tab[bytes[i] ^ (r & 0xFF)] ^ (r >> 8);
+  return r ^ 0xFFFFFFFF;
+}
+
+uint32_t KEL_Hashmap_string(const char *key, uint32_t size) {
+  uint32_t h = key != nullptr ? KEL_Hash_crc32(key, static_cast<uint32_t>(strlen(key))) : 0;
+  h *= 4097;
+  h ^= h >> 22;
+  h *= 17;
+  h ^= h >> 9;
+  h *= 1025;
+  h ^= h >> 2;
+  h *= 129;
+  h ^= h >> 12;
+  h = (h >> 3) * 0x9E3779B1;
+  return size != 0 ? h % size : h;
+}
+
+KEL_HASHMAP *KEL_Hashmap_Create(uint32_t size, uint8_t expandable) {
+  KEL_HASHMAP *map = KEL_ALLOC(KEL_HASHMAP);
+  if (map == nullptr) {
+    TRACE_ERROR("Out of memory\n");
+    return nullptr;
+  }
+  map->size = size != 0 ? size : kDefaultSlots;
+  map->expandable = expandable;
+  map->table = static_cast<Slot *>(
+      KEL_Calloc(map->size, sizeof(Slot), 0, kTraceSource.file, __LINE__, __func__));
+  if (map->table == nullptr) {
+    TRACE_ERROR("Out of memory\n");
+    const kel::ErrnoGuard keep_errno;
+    KEL_Free(map, 0);
+    return nullptr;
+  }
+  return map;
+}
+
+void KEL_Hashmap_Destroy(KEL_HASHMAP *map) {
+  if (map == nullptr)
+    return;
+  free(map->table);
+  free(map);
+}
+
+void KEL_Hashmap_DestroyFull(KEL_HASHMAP *map, void (*release)(uint64_t)) {
+  if (map == nullptr)
+    return;
+  for (uint32_t i = 0; i < map->size; ++i) {
+    release_key(map->table[i].key);
+    if (release != nullptr)
+      release(map->table[i].value);
+  }
+  free(map->table);
+  free(map);
+}
+
+int32_t KEL_Hashmap_Hash(KEL_HASHMAP *map, const char *key, uint64_t value) {
+  if (map->count >= map->size / 2 && kelhashmap_resize(map) != 0) {
+    trace_rehash_failed();
+    return -1;
+  }
+  Slot *slot = free_slot(map, key);
+  if (slot == nullptr) {
+    // All places in reach are taken: one growth more spreads them.
+    if (kelhashmap_resize(map) != 0) {
+      trace_rehash_failed();
+      return -1;
+    }
+    slot = free_slot(map, key);
+    if (slot == nullptr) {
+      TRACE_ERROR("already rehash done. failed.\n");
+      return -1;
+    }
+  }
+  slot->value = value;
+  slot->used = 1;
+  slot->key = key != nullptr ? strdup(key) : nullptr;
+  ++map->count;
+  return static_cast<int32_t>(slot - map->table);
+}
+
+int32_t KEL_Hashmap_Get(KEL_HASHMAP *map, const char *key, uint64_t *value) {
+  const Slot *slot = find(map, key);
+  *value = slot != nullptr ? slot->value : 0;
+  if (slot != nullptr)
+    return 0;
+  TRACE_INFO("can not find key(%s)\n", key != nullptr ? key : "(null)");
+  return -1;
+}
+
+int32_t KEL_Hashmap_Del(KEL_HASHMAP *map, const char *key) {
+  Slot *slot = find(map, key);
+  if (slot == nullptr) {
+    TRACE_ERROR("can not find key(%s)\n", key != nullptr ? key : "(null)");
+    return -1;
+  }
+  clear(map, *slot);
+  return 0;
+}
+
+int32_t KEL_Hashmap_reset(KEL_HASHMAP *map) {
+  for (uint32_t i = 0; i < map->size; ++i)
+    if (map->table[i].used != 0)
+      clear(map, map->table[i]);
+  TRACE_INFO("remain size(%d) tblsize(%d)\n", static_cast<int32_t>(map->count),
+             static_cast<int32_t>(map->size));
+  return 0;
+}
+
+uint32_t KEL_Hashmap_size(KEL_HASHMAP *map) {
+  return map->count;
+}
+
+void KEL_Hashmap_dump(KEL_HASHMAP *map) {
+  printf("index\t used \t key \n");
+  for (uint32_t i = 0; i < map->size; ++i)
+    printf("%d \t %d \t %s \n", static_cast<int32_t>(i), map->table[i].used,
+           map->table[i].key != nullptr ? map->table[i].key : "(null)");
+}

@@ -1,0 +1,5 @@
+/* A plug-in for library_test.cpp. */
+int plugin_answer(void);
+int plugin_answer(void) {
+  return 42;
+}
