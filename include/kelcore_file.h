@@ -117,6 +117,21 @@ KEL_API int32_t KEL_MakeDir(const char *path);
 /* Cuts or extends a file by name. Returns 0 or -1. Nothing is traced. */
 KEL_API int32_t KEL_Truncate(const char *path, int64_t length);
 
+/* Editing small text files in place; one editor of a file at a time. All three
+ * EMPTY THE FILE FIRST, and programs rely on what follows from it.
+ *
+ * Put: the file then holds `text` and a line end, 127 characters at most, and
+ * nothing else. Returns 0 or -1. */
+KEL_API int32_t KEL_FEdit_Put(const char *path, const char *text);
+
+/* Del: leaves `path` and `work_path` empty and returns -1, as no line is left
+ * that could begin with `key`. */
+KEL_API int32_t KEL_FEdit_Del(const char *path, const char *work_path, const char *key);
+
+/* TrunkUp: leaves `path` empty and returns 0, `work_path` being renamed to it;
+ * -1 when a file cannot be opened or renamed. */
+KEL_API int32_t KEL_FEdit_TrunkUp(const char *path, const char *work_path);
+
 KEL_END_DECLS
 
 #endif

@@ -1,6 +1,19 @@
-/* Clocks and time arithmetic. Stateless, never blocking, safe from any thread
- * (KEL_GetlocalTime shares the C library's calendar buffer for an instant).
- * No function reports failure and no pointer may be null. */
+/* Clocks, time arithmetic, and timers.
+ *
+ * Clocks and arithmetic are stateless, never block and are safe from any thread
+ * (KEL_GetlocalTime shares the C library's calendar buffer for an instant). They
+ * report no failure, and no pointer may be null.
+ *
+ *     static void tick(void *flag) { *(volatile sig_atomic_t *)flag = 1; }
+ *     KEL_TIMER *timer = KEL_TimerCreate(20000, tick, &flag);
+ *     KEL_TimerStart(timer, 0, 1, NULL, NULL);   // every 20 ms from now on
+ *     KEL_TimerDestroy(timer);
+ *
+ * Timers call back in SIGNAL CONTEXT, on whatever thread receives the signal
+ * SIGRTMIN + 4: set a flag or post a semaphore, take no locks, be brief. To have
+ * the callbacks on one thread, block that signal in all others. Its handler is
+ * installed without SA_RESTART, so endless waits of interrupted threads come
+ * back early. Traces under "keltime". */
 #ifndef KELCORE_TIME_H
 #define KELCORE_TIME_H
 
@@ -38,6 +51,30 @@ KEL_API struct timespec KEL_TimespecAdd(struct timespec a, struct timespec b);
 
 /* Writes the local calendar time of now. Returns 0 always. */
 KEL_API int32_t KEL_GetlocalTime(struct tm *time);
+
+typedef struct KEL_TIMER KEL_TIMER;
+typedef void (*KEL_TIMER_CALLBACK)(void *arg);
+
+/* A timer, not yet armed, that will call `callback(arg)` after `interval`
+ * microseconds. Owned by the caller until KEL_TimerDestroy; null on failure. */
+KEL_API KEL_NODISCARD KEL_TIMER *KEL_TimerCreate(uint64_t interval, KEL_TIMER_CALLBACK callback,
+                                                 void *arg);
+
+/* Arms the timer, or arms it anew: once, or with `loop` non-zero periodically.
+ * An interval of 0 and a null callback or argument keep what is stored. Returns
+ * 0, or timer_settime's failure; -1 for null. */
+KEL_API int32_t KEL_TimerStart(KEL_TIMER *timer, uint64_t interval, uint32_t loop,
+                               KEL_TIMER_CALLBACK callback, void *arg);
+
+/* Disarms the timer. Returns 0, or timer_settime's failure; -1 for null. */
+KEL_API int32_t KEL_TimerStop(KEL_TIMER *timer);
+
+/* Stops and releases the timer; no callback runs afterwards. Not to be called
+ * from a callback. Returns 0, or the first failing call's result; -1 for null. */
+KEL_API int32_t KEL_TimerDestroy(KEL_TIMER *timer);
+
+/* The handler of the timer signal: `information` is a siginfo_t *. */
+KEL_API void KEL_Timer_Handler(int32_t signal, void *information, void *context);
 
 KEL_END_DECLS
 

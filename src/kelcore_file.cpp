@@ -1,9 +1,11 @@
-// Files, directories and disks over the C library's streams.
+// Files, directories and disks over the C library's streams, and the editing of
+// small text files in place.
 
 #include "kelcore_file.h"
 
 #include <dirent.h>
 #include <errno.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
@@ -12,6 +14,7 @@
 #include "internal/alloc.h"
 #include "internal/errno_guard.h"
 #include "internal/trace.h"
+#include "kelcore_string.h"
 
 KEL_TRACE_SOURCE("kelfile", "kelcore_file")
 
@@ -325,4 +328,153 @@ int32_t KEL_MakeDir(const char *path) {
 
 int32_t KEL_Truncate(const char *path, int64_t length) {
   return truncate64(path, length);
+}
+
+// ---- Editing in place ----
+
+namespace {
+
+// Opening this way makes or empties a file; the editors are built on that, with
+// all that follows: what Del and TrunkUp read is empty by then.
+constexpr uint32_t kEditMode = KEL_FILE_MODE_CREATE | KEL_FILE_MODE_RDWR;
+constexpr int32_t kWrittenLine = 128;
+constexpr int32_t kReadLine = 256;
+
+FILE *edit_open(const char *func, const char *path, uint32_t mode) {
+  FILE *file = KEL_FileOpen(path, mode);
+  if (file == nullptr)
+    TRACE_AS(func, KEL_LEVEL_ERROR, "open failed (%s)\n", path);
+  return file;
+}
+
+FILE *edit_open_at_start(const char *func, const char *path) {
+  FILE *file = edit_open(func, path, kEditMode);
+  if (file == nullptr || KEL_FileSeek(file, 0, SEEK_SET) == 0)
+    return file;
+  TRACE_AS(func, KEL_LEVEL_ERROR, "file seek failed\n");
+  KEL_FileClose(file);
+  return nullptr;
+}
+
+// The edited file and the work file that will take its place.
+struct Pair {
+  const char *func;
+  const char *path;
+  const char *work_path;
+  FILE *file = nullptr;
+  FILE *work = nullptr;
+
+  bool open() {
+    file = edit_open_at_start(func, path);
+    if (file == nullptr)
+      return false;
+    work = edit_open_at_start(func, work_path);
+    if (work == nullptr)
+      KEL_FileClose(file);
+    return work != nullptr;
+  }
+
+  void close() {
+    KEL_FileClose(file);
+    KEL_FileClose(work);
+  }
+
+  bool keep_line(const char *line) {
+    if (fputs(line, work) != EOF)
+      return true;
+    TRACE_AS(func, KEL_LEVEL_ERROR, "data move failed. (%s)\n", line);
+    return false;
+  }
+
+  int32_t replace() {
+    close();
+    if (rename(work_path, path) != 0) {
+      TRACE_AS(func, KEL_LEVEL_ERROR, "file rename failed. (%s)to(%s)\n", work_path, path);
+      return -1;
+    }
+    FILE *replaced = edit_open(func, path, KEL_FILE_MODE_RDWR);
+    if (replaced == nullptr)
+      return -1;
+    fsync(fileno(replaced));
+    KEL_FileClose(replaced);
+    return 0;
+  }
+};
+
+// Copies the lines that do not begin with the key. True when exactly one did.
+bool copy_without(Pair &pair, const char *key) {
+  const size_t key_length = key != nullptr ? strlen(key) : 0;
+  const char *shown_key = key != nullptr ? key : "(null)";
+  bool found = false;
+  char line[kReadLine] = {};
+  while (fgets(line, kReadLine, pair.file) != nullptr) {
+    if (key_length != 0 && strncmp(line, key, key_length) != 0) {
+      if (!pair.keep_line(line))
+        return false;
+      continue;
+    }
+    TRACE_AS(pair.func, KEL_LEVEL_INFO, "found same data(%s)\n", shown_key);
+    if (found) {
+      TRACE_AS(pair.func, KEL_LEVEL_ERROR, "found same data again\n");
+      return false;
+    }
+    found = true;
+  }
+  if (!found)
+    TRACE_AS(pair.func, KEL_LEVEL_ERROR, "can not found same data[%s]\n", shown_key);
+  return found;
+}
+
+bool copy_without_first(Pair &pair) {
+  char line[kReadLine] = {};
+  if (fgets(line, kReadLine, pair.file) == nullptr)
+    return true;
+  while (fgets(line, kReadLine, pair.file) != nullptr)
+    if (!pair.keep_line(line))
+      return false;
+  return true;
+}
+
+}  // namespace
+
+int32_t KEL_FEdit_Put(const char *path, const char *text) {
+  FILE *file = edit_open(__func__, path, kEditMode);
+  if (file == nullptr)
+    return -1;
+  char line[kWrittenLine] = {};
+  int32_t result = -1;
+  if (KEL_FileSeek(file, 0, SEEK_END) == 0) {
+    KEL_snprintf(line, kWrittenLine, "%s\n", text);
+    if (fputs(line, file) != EOF) {
+      fflush(file);  // or there would be nothing to synchronise yet
+      fsync(fileno(file));
+      result = 0;
+    }
+  }
+  if (result != 0)
+    TRACE_ERROR("data write failed. (%s)\n", text);
+  KEL_FileClose(file);
+  return result;
+}
+
+int32_t KEL_FEdit_Del(const char *path, const char *work_path, const char *key) {
+  Pair pair{__func__, path, work_path};
+  if (!pair.open())
+    return -1;
+  if (!copy_without(pair, key)) {
+    pair.close();
+    return -1;
+  }
+  return pair.replace();
+}
+
+int32_t KEL_FEdit_TrunkUp(const char *path, const char *work_path) {
+  Pair pair{__func__, path, work_path};
+  if (!pair.open())
+    return -1;
+  if (!copy_without_first(pair)) {
+    pair.close();
+    return -1;
+  }
+  return pair.replace();
 }

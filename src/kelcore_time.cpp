@@ -1,6 +1,32 @@
-// Clocks and time arithmetic.
+// Clocks, time arithmetic, and timers.
+//
+// All timers of the process share one real-time signal. The kernel may deliver a
+// signal after its timer was deleted, and the memory of the timer may serve
+// another one by then; so the handler serves only timers that a registry knows
+// under the identity that the signal names.
 
 #include "kelcore_time.h"
+
+#include <errno.h>
+#include <sched.h>
+#include <signal.h>
+#include <string.h>
+
+#include "internal/alloc.h"
+#include "internal/errno_guard.h"
+#include "internal/trace.h"
+
+KEL_TRACE_SOURCE("keltime", "kelcore_time")
+
+struct KEL_TIMER {
+  timer_t id;
+  uint64_t interval;  // microseconds
+  uint32_t loop;
+  KEL_TIMER_CALLBACK callback;
+  void *arg;
+  KEL_TIMER *next;    // in the registry
+  uint32_t in_calls;  // handlers that are calling back just now
+};
 
 namespace {
 
@@ -15,6 +41,113 @@ timespec read_clock(clockid_t clock) {
   timespec now{};
   clock_gettime(clock, &now);
   return now;
+}
+
+int timer_signal() {
+  return SIGRTMIN + 4;
+}
+
+// ---- The registry of live timers ----
+
+KEL_TIMER *live_timers = nullptr;
+bool registry_taken = false;
+
+// Handlers take it too, so whoever holds it outside a handler keeps the signal
+// away from its own thread.
+class RegistryLock {
+ public:
+  RegistryLock() {
+    sigset_t ours;
+    sigemptyset(&ours);
+    sigaddset(&ours, timer_signal());
+    pthread_sigmask(SIG_BLOCK, &ours, &before_);
+    while (__atomic_test_and_set(&registry_taken, __ATOMIC_ACQUIRE))
+      sched_yield();
+  }
+  ~RegistryLock() {
+    __atomic_clear(&registry_taken, __ATOMIC_RELEASE);
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  RegistryLock(const RegistryLock &) = delete;
+  RegistryLock &operator=(const RegistryLock &) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+// The timer whose callback this thread is in; cleared when that destroys it.
+[[gnu::tls_model("initial-exec")]] thread_local KEL_TIMER *calling = nullptr;
+
+void enlist(KEL_TIMER *timer) {
+  const RegistryLock lock;
+  timer->next = live_timers;
+  live_timers = timer;
+}
+
+// Afterwards no handler finds the timer and none is in its callback but, maybe,
+// the one that is destroying it.
+void delist(KEL_TIMER *timer) {
+  {
+    const RegistryLock lock;
+    KEL_TIMER **link = &live_timers;
+    while (*link != timer)
+      link = &(*link)->next;
+    *link = timer->next;
+  }
+  const uint32_t own = calling == timer ? 1 : 0;
+  while (__atomic_load_n(&timer->in_calls, __ATOMIC_ACQUIRE) > own)
+    sched_yield();
+  if (own != 0)
+    calling = nullptr;
+}
+
+// What a handler needs of a timer, taken while it is known to live.
+struct Call {
+  KEL_TIMER *timer;
+  timer_t id;
+  KEL_TIMER_CALLBACK callback;
+  void *arg;
+};
+
+// `id` is null for signals that did not come from a timer: those are served by
+// the value they carry.
+bool begin_call(KEL_TIMER *timer, const int *id, Call *call) {
+  const RegistryLock lock;
+  bool found = id == nullptr;
+  for (const KEL_TIMER *live = live_timers; live != nullptr && !found; live = live->next)
+    found = live == timer && static_cast<int>(reinterpret_cast<intptr_t>(live->id)) == *id;
+  if (!found)
+    return false;
+  __atomic_add_fetch(&timer->in_calls, 1, __ATOMIC_ACQUIRE);
+  *call = {timer, timer->id, timer->callback, timer->arg};
+  return true;
+}
+
+void run_call(const Call &call) {
+  KEL_TIMER *interrupted = calling;
+  calling = call.timer;
+  if (call.callback != nullptr)
+    call.callback(call.arg);
+  if (calling == call.timer)
+    __atomic_sub_fetch(&call.timer->in_calls, 1, __ATOMIC_RELEASE);
+  calling = interrupted;
+}
+
+int32_t shown_id(timer_t id) {
+  return kel::low32_signed(reinterpret_cast<uintptr_t>(id));
+}
+
+timespec from_us(uint64_t us) {
+  return {static_cast<time_t>(us / kUsPerSecond),
+          static_cast<long>(us % kUsPerSecond * kNsPerUs)};
+}
+
+void trace_start(const char *moment, timer_t id, uint64_t interval, uint32_t loop,
+                 KEL_TIMER_CALLBACK callback, void *arg) {
+  TRACE_AS("KEL_TimerStart", KEL_LEVEL_DEBUG,
+           "%s. timerid(%d) itv(%d) loop(%d) fuc(%p) arg(%p)\n", moment, shown_id(id),
+           kel::low32_signed(interval), static_cast<int32_t>(loop),
+           reinterpret_cast<void *>(callback), arg);
 }
 
 }  // namespace
@@ -69,4 +202,121 @@ int32_t KEL_GetlocalTime(tm *time_out) {
   const time_t now = time(nullptr);
   *time_out = *localtime(&now);
   return 0;
+}
+
+KEL_TIMER *KEL_TimerCreate(uint64_t interval, KEL_TIMER_CALLBACK callback, void *arg) {
+  KEL_TIMER *timer = KEL_ALLOC(KEL_TIMER);
+  if (timer == nullptr) {
+    TRACE_ERROR("out of memory. size(%d)\n", static_cast<int>(sizeof(KEL_TIMER)));
+    return nullptr;
+  }
+  timer->interval = interval;
+  timer->callback = callback;
+  timer->arg = arg;
+
+  // Installed at every creation: an application may have taken the signal.
+  struct sigaction action = {};
+  action.sa_sigaction = [](int signal, siginfo_t *information, void *context) {
+    KEL_Timer_Handler(signal, information, context);
+  };
+  action.sa_flags = SA_SIGINFO;
+  sigemptyset(&action.sa_mask);
+  int result = sigaction(timer_signal(), &action, nullptr);
+  if (result != 0) {
+    TRACE_ERROR("sigaction failed: ret(%d):errno(%d:%s)\n", result, errno, strerror(errno));
+    const kel::ErrnoGuard keep_errno;
+    KEL_Free(timer, 0);
+    return nullptr;
+  }
+
+  sigevent event = {};
+  event.sigev_notify = SIGEV_SIGNAL;
+  event.sigev_signo = timer_signal();
+  event.sigev_value.sival_ptr = timer;
+  result = timer_create(CLOCK_REALTIME, &event, &timer->id);
+  if (result != 0) {
+    TRACE_ERROR("timer_create failed: ret(%d):errno(%d:%s)\n", result, errno, strerror(errno));
+    const kel::ErrnoGuard keep_errno;
+    KEL_Free(timer, 0);
+    return nullptr;
+  }
+  enlist(timer);
+  TRACE_INFO("timer_createed(%p) interval(%lld) id(%d) func(%p) arg(%p)\n",
+             static_cast<void *>(timer), static_cast<long long>(interval), shown_id(timer->id),
+             reinterpret_cast<void *>(callback), arg);
+  return timer;
+}
+
+int32_t KEL_TimerStart(KEL_TIMER *timer, uint64_t interval, uint32_t loop,
+                       KEL_TIMER_CALLBACK callback, void *arg) {
+  if (timer == nullptr)
+    return -1;
+  trace_start("Enter", timer->id, interval, loop, callback, arg);
+  {
+    const RegistryLock lock;
+    timer->loop = loop;
+    if (interval != 0)
+      timer->interval = interval;
+    if (callback != nullptr)
+      timer->callback = callback;
+    if (arg != nullptr)
+      timer->arg = arg;
+  }
+  itimerspec times = {};
+  times.it_value = from_us(timer->interval);
+  if (loop != 0)
+    times.it_interval = times.it_value;
+  const int result = timer_settime(timer->id, 0, &times, nullptr);
+  if (result != 0)
+    TRACE_ERROR("timer_settime error ret(%d) errno(%d:%s)\n", result, errno, strerror(errno));
+  trace_start("Leave", timer->id, timer->interval, timer->loop, timer->callback, timer->arg);
+  return result;
+}
+
+int32_t KEL_TimerStop(KEL_TIMER *timer) {
+  if (timer == nullptr)
+    return -1;
+  TRACE_TRACE("Enter. timerid(%d)\n", shown_id(timer->id));
+  const itimerspec disarmed = {};
+  const int result = timer_settime(timer->id, 0, &disarmed, nullptr);
+  if (result != 0)
+    TRACE_ERROR("timer_settime error ret(%d) errno(%d:%s)\n", result, errno, strerror(errno));
+  TRACE_TRACE("Leave. timerid(%d)\n", shown_id(timer->id));
+  return result;
+}
+
+int32_t KEL_TimerDestroy(KEL_TIMER *timer) {
+  if (timer == nullptr) {
+    TRACE_ERROR("invalid timer handle\n");
+    return -1;
+  }
+  const int32_t stopped = KEL_TimerStop(timer);
+  if (stopped != 0)
+    TRACE_ERROR("KEL_TimerStop error ret(%d) errno(%d:%s)\n", stopped, errno, strerror(errno));
+  const int deleted = timer_delete(timer->id);
+  if (deleted != 0)
+    TRACE_ERROR("timer delete error ret(%d) errno(%d:%s)\n", deleted, errno, strerror(errno));
+  const kel::ErrnoGuard keep_errno;
+  delist(timer);
+  KEL_Free(timer, 0);
+  return stopped != 0 ? stopped : deleted;
+}
+
+void KEL_Timer_Handler(int32_t signal, void *information, void *) {
+  const kel::ErrnoGuard keep_errno;  // of the interrupted thread
+  TRACE_TRACE("Enter. sig(%d) kelsig(%d)\n", signal, timer_signal());
+  if (signal != timer_signal())
+    return;
+  const auto *info = static_cast<const siginfo_t *>(information);
+  auto *timer = static_cast<KEL_TIMER *>(info->si_value.sival_ptr);
+  Call call;
+  if (!begin_call(timer, info->si_code == SI_TIMER ? &info->si_timerid : nullptr, &call))
+    return;
+  const int overrun = timer_getoverrun(call.id);
+  if (overrun == -1)
+    TRACE_ERROR("timer_getoverrun errno(%d:%s).\n", errno, strerror(errno));
+  else if (overrun > 0)
+    TRACE_ERROR("has time over count(%d).\n", overrun);
+  // Once, however many expiries the signal stands for.
+  run_call(call);
 }

@@ -1,0 +1,106 @@
+/* Messages between processes over POSIX message queues.
+ *
+ * First family: a queue with a named semaphore for its senders, time-outs in
+ * milliseconds, and a message that begins with a 16-byte header.
+ *
+ *     KEL_IPC *ipc = KEL_IPCOpen("/player", 8, 256, 0);
+ *     KEL_IPC_MSG_HEADER *m = KEL_IPCGetMsg(ipc, NULL);
+ *     m->length = 5;                       // payload bytes, behind the header
+ *     memcpy(m + 1, "pause", 5);
+ *     KEL_IPCSend(ipc, m, 0, 100);         // this process
+ *     KEL_IPCReceive(ipc, buffer, 1000);   // another one
+ *     KEL_IPCClose(ipc);
+ *
+ * Second family (KEL_IPC_Msg...): raw blocks, no lock, no header.
+ *
+ * Queues belong to the system: no call removes one, they stay until somebody
+ * unlinks them (mq_unlink). The system limits their number, depth and message
+ * size. Names begin with '/'. Safe from any thread. Traces under "kelipc".
+ *
+ * Surprises worth knowing:
+ *  - Send time-outs of the first family above 4294 ms wrap around.
+ *  - A custom message's priority is its length: longer ones are received
+ *    first, and from 32,768 bytes on the kernel refuses them.
+ *  - KEL_IPCClose does not free the handle's message buffer, and removes the
+ *    semaphore's name from the system. */
+#ifndef KELCORE_IPC_H
+#define KELCORE_IPC_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+typedef struct KEL_IPC KEL_IPC;
+typedef struct KEL_IPC_MSG KEL_IPC_MSG;
+
+/* What a standard message begins with; the payload follows at once. */
+typedef struct KEL_IPC_MSG_HEADER {
+  uint32_t word;    /* the application's own */
+  int32_t length;   /* payload bytes */
+  uint64_t further; /* the application's own */
+} KEL_IPC_MSG_HEADER;
+
+/* Opens the queue `name`, or creates it (mode 0666 less the umask) for `count`
+ * messages of at most `size` payload bytes, and the semaphore of that name,
+ * which lets `count` senders in. With `nonblock` non-zero a send or receive
+ * without time-out fails at once instead of waiting. Returns a handle to be
+ * closed with KEL_IPCClose; null on failure. */
+KEL_API KEL_NODISCARD KEL_IPC *KEL_IPCOpen(const char *name, int32_t count, int32_t size,
+                                           uint8_t nonblock);
+
+/* As KEL_IPCOpen for messages without header of at most `size` bytes, and with
+ * a semaphore only when `sema_name` is given. With `create` 0 the queue (and
+ * semaphore) must exist and the handle can only send. */
+KEL_API KEL_NODISCARD KEL_IPC *KEL_IPCOpen_CustomMsg(const char *name, int32_t count,
+                                                     int32_t size, uint8_t nonblock,
+                                                     const char *sema_name, uint8_t create);
+
+/* Closes the handle; null is ignored. The queue itself stays, the message
+ * buffer stays allocated. */
+KEL_API void KEL_IPCClose(KEL_IPC *ipc);
+
+/* Sends a standard message, waiting at most `timeout` milliseconds for room
+ * (0: as the queue was opened). Returns 0; -22 on any failure. */
+KEL_API int32_t KEL_IPCSend(KEL_IPC *ipc, const void *message, uint32_t priority,
+                            uint32_t timeout);
+
+/* Sends `length` bytes with `length` as their priority. Returns 0 or -22. */
+KEL_API int32_t KEL_IPCSend_CustomMsg(KEL_IPC *ipc, const void *data, uint32_t length,
+                                      uint32_t timeout);
+
+/* Receives one message into `buffer`, which has room for the queue's message
+ * size (KEL_IPCGetMsg tells it), waiting at most `timeout` milliseconds (0: as
+ * the queue was opened). Returns 0; -110 when the wait expired; -22 for a null
+ * argument; -1 on any other failure. */
+KEL_API int32_t KEL_IPCReceive(KEL_IPC *ipc, void *buffer, uint32_t timeout);
+
+/* The handle's own message buffer, of the message size, which is written to
+ * `size` unless that is null. Without `size`, null gives null. */
+KEL_API void *KEL_IPCGetMsg(KEL_IPC *ipc, uint32_t *size);
+
+/* Does nothing and returns 0: the buffer stays the handle's. */
+KEL_API int32_t KEL_IPCPutMsg(KEL_IPC *ipc);
+
+/* Opens a queue of raw blocks; with `create` non-zero it is made if missing,
+ * for `max_messages` of at most `max_size` bytes. Null on failure. */
+KEL_API KEL_NODISCARD KEL_IPC_MSG *KEL_IPC_MsgOpen(const char *name, uint32_t max_messages,
+                                                   uint32_t max_size, uint8_t create);
+
+/* Sends `length` bytes, waiting for room. Returns 0 or -1. */
+KEL_API int32_t KEL_IPC_MsgSend(KEL_IPC_MSG *queue, const void *data, uint32_t length);
+
+/* Receives a block into `buffer` of `length` bytes, waiting at most `timeout`
+ * milliseconds (below 1: without limit). Returns its length; 0 on failure or
+ * when `length` is above the queue's size; -1 for a handle without queue. */
+KEL_API int32_t KEL_IPC_MsgRecv(KEL_IPC_MSG *queue, void *buffer, uint32_t length,
+                                int32_t timeout);
+
+/* The largest block in bytes; 0 for null. */
+KEL_API uint32_t KEL_IPC_MsgGetMaxSize(KEL_IPC_MSG *queue);
+
+/* Closes and releases the handle; null is ignored. */
+KEL_API void KEL_IPC_MsgClose(KEL_IPC_MSG *queue);
+
+KEL_END_DECLS
+
+#endif

@@ -1,0 +1,52 @@
+/* Thread pool: a fixed set of workers, one job at a time each.
+ *
+ *     KEL_THREADPOOL *pool = KEL_ThreadPool_Create("decoder", 0, 0, 4);
+ *     int32_t worker = KEL_ThreadPool_Run(pool, decode, frame);
+ *     int32_t result;
+ *     KEL_ThreadPool_Stop(pool, worker, &result);  // waits for the job
+ *     KEL_ThreadPool_Delete(pool);
+ *
+ * Jobs are not queued: without an idle worker Run refuses. One controlling
+ * thread runs, stops and deletes. Traces under "kelthreadpool".
+ *
+ * Surprises worth knowing:
+ *  - KEL_ThreadPool_Stop collects a job, it does not end the worker. A worker
+ *    whose job has ended stays busy until then.
+ *  - All workers of a prefix of 14 characters or more show the same name to
+ *    the system. */
+#ifndef KELCORE_THREADPOOL_H
+#define KELCORE_THREADPOOL_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+typedef struct KEL_THREADPOOL KEL_THREADPOOL;
+typedef int32_t (*KEL_JOB)(void *arg);
+
+/* Starts `count` workers named "<prefix>_rt_0000" and on, with the priority and
+ * stack size of KEL_ThreadCreate. Owned by the caller until
+ * KEL_ThreadPool_Delete; null on failure or for a count below 1. */
+KEL_API KEL_NODISCARD KEL_THREADPOOL *KEL_ThreadPool_Create(const char *prefix,
+                                                            uint32_t priority,
+                                                            uint32_t stack_size, int32_t count);
+
+/* Hands `job(arg)` to the worker that has been idle longest. Returns its number
+ * (0 and up); -1 when none is idle or for null. Never blocks. */
+KEL_API int32_t KEL_ThreadPool_Run(KEL_THREADPOOL *pool, KEL_JOB job, void *arg);
+
+/* Waits for the job of that worker, stores what it returned unless `result` is
+ * null, and makes the worker idle again. Returns 0; -1 for null, or a number
+ * whose worker has no job. */
+KEL_API int32_t KEL_ThreadPool_Stop(KEL_THREADPOOL *pool, int32_t number, int32_t *result);
+
+/* Waits for running jobs, ends the workers and releases the pool. Null is
+ * ignored. */
+KEL_API void KEL_ThreadPool_Delete(KEL_THREADPOOL *pool);
+
+/* What a worker runs: for the pool's own use. */
+KEL_API void *KEL_ThreadPool_Routine(void *slot);
+
+KEL_END_DECLS
+
+#endif

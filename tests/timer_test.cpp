@@ -1,0 +1,290 @@
+// Timers: expiry in signal context, re-arming, overruns, destruction.
+
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <string.h>
+#include <time.h>
+
+#include <atomic>
+
+#include "alloc_hooks.h"
+#include "faults.h"
+#include "kelcore_thread.h"
+#include "kelcore_time.h"
+#include "trace_capture.h"
+
+namespace {
+
+TraceLine Line(const char *level, const char *func, const std::string &message) {
+  return {level, "keltime", "kelcore_time", func, message};
+}
+TraceLine Error(const char *func, const std::string &message) {
+  return Line("ERROR", func, message);
+}
+
+std::atomic<int> fired{0};
+void Fire(void *step) {
+  fired += step != nullptr ? *static_cast<int *>(step) : 1;
+}
+
+bool AwaitFired(int at_least) {
+  for (int i = 0; i < 60'000 && fired < at_least; ++i)
+    KEL_ThreadSleep(1);
+  return fired >= at_least;
+}
+
+int32_t IdOf(const KEL_TIMER *timer) {
+  timer_t id;
+  memcpy(&id, timer, sizeof id);
+  return static_cast<int32_t>(reinterpret_cast<intptr_t>(id));
+}
+
+// A signal as a timer, or kill, would deliver it.
+void Deliver(KEL_TIMER *timer, int code, int id, int signal = SIGRTMIN + 4) {
+  siginfo_t info = {};
+  info.si_signo = signal;
+  info.si_code = code;
+  if (code == SI_TIMER)
+    info.si_timerid = id;
+  info.si_value.sival_ptr = timer;
+  KEL_Timer_Handler(signal, &info, nullptr);
+}
+
+class Timer : public testing::Test {
+ protected:
+  void SetUp() override {
+    fired = 0;
+    ASSERT_NE(timer, nullptr);
+  }
+  ~Timer() override {
+    faults::ResetAll();
+    if (timer != nullptr)
+      KEL_TimerDestroy(timer);
+  }
+  KEL_TIMER *timer = KEL_TimerCreate(2000, Fire, nullptr);
+};
+
+TEST(TimerCreate, InstallsTheHandlerAndMakesAnUnarmedTimer) {
+  struct sigaction installed = {};
+  sigevent event = {};
+  clockid_t clock = -1;
+  faults::timer_create.Replace([&](clockid_t c, sigevent *e, timer_t *id) {
+    clock = c;
+    event = *e;
+    return faults::timer_create.Real(c, e, id);
+  });
+  faults::timer_settime.Replace([](timer_t id, int f, const itimerspec *t, itimerspec *o) {
+    return faults::timer_settime.Real(id, f, t, o);
+  });
+  TraceCapture trace("keltime:4");
+  int arg = 1;
+  KEL_TIMER *timer = KEL_TimerCreate(5000, Fire, &arg);
+  ASSERT_NE(timer, nullptr);
+  EXPECT_EQ(faults::timer_settime.Count(), 0);
+  EXPECT_EQ(clock, CLOCK_REALTIME);
+  EXPECT_EQ(event.sigev_notify, SIGEV_SIGNAL);
+  EXPECT_EQ(event.sigev_signo, SIGRTMIN + 4);
+  EXPECT_EQ(event.sigev_value.sival_ptr, timer);
+  sigaction(SIGRTMIN + 4, nullptr, &installed);
+  EXPECT_EQ(installed.sa_flags & (SA_SIGINFO | SA_RESTART), SA_SIGINFO);
+  EXPECT_EQ(trace.Take(),
+            (Lines{Line("INFO ", "KEL_TimerCreate",
+                        Format("timer_createed(%p) interval(5000) id(%d) func(%p) arg(%p)\n",
+                               static_cast<void *>(timer), IdOf(timer),
+                               reinterpret_cast<void *>(Fire), static_cast<void *>(&arg)))}));
+  KEL_TimerDestroy(timer);
+}
+
+TEST(TimerCreate, FailuresAreTracedAndLeaveNothing) {
+  AllocHooks hooks;
+  TraceCapture trace("keltime:4");
+  faults::malloc.Fail(nullptr, ENOMEM);
+  EXPECT_EQ(KEL_TimerCreate(1, Fire, nullptr), nullptr);
+  faults::ResetAll();
+  faults::sigaction.Fail(-1, EINVAL);
+  EXPECT_EQ(KEL_TimerCreate(1, Fire, nullptr), nullptr);
+  faults::ResetAll();
+  faults::timer_create.Fail(-1, EAGAIN);
+  EXPECT_EQ(KEL_TimerCreate(1, Fire, nullptr), nullptr);
+  faults::ResetAll();
+  const Lines lines = trace.Take();
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0].message.substr(0, 20), "out of memory. size(");
+  EXPECT_EQ(lines[1],
+            Error("KEL_TimerCreate", "sigaction failed: ret(-1):errno(22:Invalid argument)\n"));
+  EXPECT_EQ(lines[2], Error("KEL_TimerCreate",
+                            "timer_create failed: ret(-1):errno(11:Resource "
+                            "temporarily unavailable)\n"));
+  EXPECT_EQ(hooks.live(), 0);
+}
+
+TEST_F(Timer, FiresOnceWithoutLoop) {
+  EXPECT_EQ(KEL_TimerStart(timer, 0, 0, nullptr, nullptr), 0);
+  EXPECT_TRUE(AwaitFired(1));
+  KEL_ThreadSleep(20);
+  EXPECT_EQ(fired, 1);
+}
+
+TEST_F(Timer, FiresUntilStoppedWithLoop) {
+  EXPECT_EQ(KEL_TimerStart(timer, 0, 1, nullptr, nullptr), 0);
+  EXPECT_TRUE(AwaitFired(5));
+  EXPECT_EQ(KEL_TimerStop(timer), 0);
+  KEL_ThreadSleep(10);
+  const int so_far = fired;
+  KEL_ThreadSleep(20);
+  EXPECT_EQ(fired, so_far);
+}
+
+TEST_F(Timer, StartKeepsOrReplacesWhatIsStored) {
+  std::vector<std::string> armed;
+  faults::timer_settime.Replace([&](timer_t, int flags, const itimerspec *t, itimerspec *) {
+    armed.push_back(std::to_string(flags) + " " + std::to_string(t->it_value.tv_sec) + "." +
+                    std::to_string(t->it_value.tv_nsec) + " " +
+                    std::to_string(t->it_interval.tv_sec) + "." +
+                    std::to_string(t->it_interval.tv_nsec));
+    return 0;
+  });
+  KEL_TimerStart(timer, 1'500'000, 0, nullptr, nullptr);
+  KEL_TimerStart(timer, 0, 7, nullptr, nullptr);
+  KEL_TimerStop(timer);
+  EXPECT_EQ(armed, (std::vector<std::string>{"0 1.500000000 0.0", "0 1.500000000 1.500000000",
+                                             "0 0.0 0.0"}));
+  int three = 3;
+  KEL_TimerStart(timer, 0, 0, nullptr, &three);
+  Deliver(timer, SI_QUEUE, 0);
+  EXPECT_EQ(fired, 3);
+  KEL_TimerStart(
+      timer, 0, 0, [](void *) { fired = 100; }, nullptr);
+  Deliver(timer, SI_QUEUE, 0);
+  EXPECT_EQ(fired, 100);
+}
+
+TEST_F(Timer, StartAndStopTrace) {
+  TraceCapture trace("keltime:4");
+  faults::timer_settime.Fail(-1, EINVAL);
+  EXPECT_EQ(KEL_TimerStart(timer, 0, 1, nullptr, nullptr), -1);
+  EXPECT_EQ(KEL_TimerStop(timer), -1);
+  faults::ResetAll();
+  const int id = IdOf(timer);
+  EXPECT_EQ(
+      trace.Take(),
+      (Lines{
+          Line("DEBUG", "KEL_TimerStart",
+               Format("Enter. timerid(%d) itv(0) loop(1) fuc((nil)) arg((nil))\n", id)),
+          Error("KEL_TimerStart", "timer_settime error ret(-1) errno(22:Invalid argument)\n"),
+          Line("DEBUG", "KEL_TimerStart",
+               Format("Leave. timerid(%d) itv(2000) loop(1) fuc(%p) arg((nil))\n", id,
+                      reinterpret_cast<void *>(Fire))),
+          Line("TRACE", "KEL_TimerStop", Format("Enter. timerid(%d)\n", id)),
+          Error("KEL_TimerStop", "timer_settime error ret(-1) errno(22:Invalid argument)\n"),
+          Line("TRACE", "KEL_TimerStop", Format("Leave. timerid(%d)\n", id))}));
+}
+
+TEST_F(Timer, TheHandlerServesOnlyItsSignal) {
+  TraceCapture trace("keltime:4");
+  Deliver(timer, SI_QUEUE, 0, SIGUSR1);
+  EXPECT_EQ(fired, 0);
+  EXPECT_EQ(trace.Take(),
+            (Lines{Line("TRACE", "KEL_Timer_Handler",
+                        Format("Enter. sig(%d) kelsig(%d)\n", SIGUSR1, SIGRTMIN + 4))}));
+}
+
+TEST_F(Timer, OverrunsAreReportedAndCalledOnce) {
+  TraceCapture trace("keltime:1");
+  faults::timer_getoverrun.Fail(4, 0);
+  Deliver(timer, SI_TIMER, IdOf(timer));
+  faults::timer_getoverrun.Fail(-1, EINVAL);
+  Deliver(timer, SI_TIMER, IdOf(timer));
+  EXPECT_EQ(fired, 2);
+  EXPECT_EQ(
+      trace.Take(),
+      (Lines{Error("KEL_Timer_Handler", "has time over count(4).\n"),
+             Error("KEL_Timer_Handler", "timer_getoverrun errno(22:Invalid argument).\n")}));
+}
+
+TEST_F(Timer, AStaleSignalIsNotServed) {
+  KEL_TIMER *gone = timer;
+  const int id = IdOf(gone);
+  KEL_TimerDestroy(timer);
+  timer = nullptr;
+  Deliver(gone, SI_TIMER, id);
+  EXPECT_EQ(fired, 0);
+  // Not even when a new timer took the address.
+  timer = KEL_TimerCreate(2000, Fire, nullptr);
+  Deliver(timer, SI_TIMER, id);
+  EXPECT_EQ(fired, IdOf(timer) == id ? 1 : 0);
+  Deliver(timer, SI_TIMER, IdOf(timer));
+  EXPECT_GE(fired, 1);
+}
+
+TEST_F(Timer, NoCallbackRunsAfterDestroy) {
+  for (int round = 0; round < 50; ++round) {
+    KEL_TIMER *quick = KEL_TimerCreate(100, Fire, nullptr);
+    KEL_TimerStart(quick, 0, 1, nullptr, nullptr);
+    KEL_ThreadUSleep(300);
+    EXPECT_EQ(KEL_TimerDestroy(quick), 0);
+    const int so_far = fired;
+    KEL_ThreadUSleep(300);
+    ASSERT_EQ(fired, so_far);
+  }
+}
+
+KEL_TIMER *self_destroying = nullptr;
+
+TEST(TimerDestroy, MayComeFromItsOwnCallback) {
+#ifdef __SANITIZE_THREAD__
+  GTEST_SKIP() << "ThreadSanitizer refuses any release of memory in a signal handler";
+#endif
+  fired = 0;
+  self_destroying = KEL_TimerCreate(
+      1000,
+      [](void *) {
+        KEL_TimerDestroy(self_destroying);
+        ++fired;
+      },
+      nullptr);
+  KEL_TimerStart(self_destroying, 0, 0, nullptr, nullptr);
+  EXPECT_TRUE(AwaitFired(1));
+}
+
+TEST(TimerDestroy, FailuresAreTracedAndTheFirstIsReturned) {
+  AllocHooks hooks;
+  TraceCapture trace("keltime:1");
+  EXPECT_EQ(KEL_TimerDestroy(nullptr), -1);
+  KEL_TIMER *timer = KEL_TimerCreate(2000, Fire, nullptr);
+  timer_t id;
+  memcpy(&id, timer, sizeof id);
+  faults::timer_settime.Fail(-7, EINVAL);
+  faults::timer_delete.Fail(-1, EINVAL);
+  EXPECT_EQ(KEL_TimerDestroy(timer), -7);
+  timer = KEL_TimerCreate(2000, Fire, nullptr);
+  faults::timer_settime.Reset();
+  timer_t other;
+  memcpy(&other, timer, sizeof other);
+  EXPECT_EQ(KEL_TimerDestroy(timer), -1);
+  faults::ResetAll();
+  timer_delete(id);
+  timer_delete(other);
+  EXPECT_EQ(trace.Messages(), (std::vector<std::string>{
+                                  "invalid timer handle\n",
+                                  "timer_settime error ret(-7) errno(22:Invalid argument)\n",
+                                  "KEL_TimerStop error ret(-7) errno(22:Invalid argument)\n",
+                                  "timer delete error ret(-1) errno(22:Invalid argument)\n",
+                                  "timer delete error ret(-1) errno(22:Invalid argument)\n"}));
+  EXPECT_EQ(hooks.live(), 0);
+}
+
+TEST(TimerNull, IsRefused) {
+  EXPECT_EQ(KEL_TimerStart(nullptr, 1, 0, nullptr, nullptr), -1);
+  EXPECT_EQ(KEL_TimerStop(nullptr), -1);
+}
+
+TEST_F(Timer, TheInterruptedThreadsErrnoIsKept) {
+  faults::timer_getoverrun.Fail(-1, EINVAL);
+  errno = 77;
+  Deliver(timer, SI_TIMER, IdOf(timer));
+  EXPECT_EQ(errno, 77);
+}
+
+}  // namespace
