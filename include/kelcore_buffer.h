@@ -1,0 +1,128 @@
+/* Media buffer pool: frames in one area, one writer, many readers.
+ *
+ *     KEL_BUF_PARAM param = {.bufsize = 1 << 20, .minsize = 1 << 16, .number = 64};
+ *     KEL_BUF *writer = KELBuf_Create(&param, NULL);
+ *     KEL_BUF *reader = KELBuf_Create(&param, writer);    // one for each reader
+ *
+ *     KEL_BUF_DESC d = {0};
+ *     if (KELBuf_GetWBuf(writer, &d) == 0) {             // where to write, d.room bytes
+ *       d.size = fill(d.data, d.room);
+ *       KELBuf_FillWBuf(writer, &d);                     // commit
+ *     }
+ *     if (KELBuf_GetRBuf(reader, &d) == 0) {             // the reader's next frame
+ *       use(d.data, d.size);
+ *       KELBuf_DelRBuf(reader, &d);                      // done with it
+ *     }
+ *
+ * A frame's place is used again once every handle that existed when it was
+ * committed has deleted it: the writer's own handle counts, so the writer
+ * deletes as well. All calls of one pool are serialised by its lock, without a
+ * time limit. Results: 0, -22 invalid argument, -28 no room, -25 nothing to
+ * read, -1 not found. Traces under "kelbuffer".
+ *
+ * Surprises worth knowing:
+ *  - A reader that is `number` frames behind reads as one that has read all:
+ *    equal read and write positions mean "nothing to read".
+ *  - KELBuf_GetWBuf always offers minsize bytes, and never a tail of exactly
+ *    minsize at the end of the area.
+ *  - A handle made late counts for earlier frames only what they were committed
+ *    with.
+ *  - KELBuf_Destroy of the last handle frees the area also when the caller gave
+ *    it: it must come from malloc then. A failed creation leaves it alone. */
+#ifndef KELCORE_BUFFER_H
+#define KELCORE_BUFFER_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+typedef struct KEL_BUF KEL_BUF;
+
+typedef struct KEL_BUF_PARAM {
+  uint32_t bufsize;              /* bytes of the frame area */
+  uint32_t minsize;              /* room offered for each frame */
+  uint32_t number;               /* most frames held at once */
+  uint32_t align;                /* of frame sizes and area; 0 is 1 */
+  uint32_t index;                /* stream index */
+  uint32_t media;                /* 1, 2 and 3 are in the usage table */
+  void *area;                    /* the caller's area, or null */
+  void *(*alloc)(uint32_t size); /* both, or neither: area from outside */
+  void (*free)(void *area);
+} KEL_BUF_PARAM;
+
+/* A frame: what to write or was read. */
+typedef struct KEL_BUF_DESC {
+  void *data;
+  uint32_t size;
+  uint32_t room; /* writing: bytes offered; reading: size again */
+  uint64_t time_stamp;
+  uint64_t second; /* the writer's own, as are value and further */
+  uint32_t value;
+  uint32_t index; /* of the handle that committed it */
+  uint32_t further;
+} KEL_BUF_DESC;
+
+typedef struct KEL_BUF_STATUS {
+  uint32_t bufsize;
+  uint32_t minsize;
+  uint32_t used;   /* bytes committed less deleted, by this handle */
+  uint32_t filled; /* frames held */
+  uint32_t write_index;
+  uint32_t read_index;
+  uint64_t span; /* newest time stamp less that of the next to read */
+  uint32_t index;
+  uint32_t media;
+} KEL_BUF_STATUS;
+
+/* How full the process's pools were at the last KELBuf_GetWBuf, in percent. */
+typedef struct KEL_BUF_USAGE {
+  uint32_t media1[16]; /* by stream index */
+  uint32_t media2;
+  uint32_t media3;
+  uint32_t high; /* 1 when the last percentage computed was above 79 */
+} KEL_BUF_USAGE;
+
+/* A new pool, or with `existing` another handle of that pool, with its read
+ * position. Owned by the caller until KELBuf_Destroy; null on failure. */
+KEL_API KEL_NODISCARD KEL_BUF *KELBuf_Create(const KEL_BUF_PARAM *param, KEL_BUF *existing);
+
+/* Releases the handle, with the last one the pool. Null is traced and ignored. */
+KEL_API void KELBuf_Destroy(KEL_BUF *buf);
+
+/* Where the next frame may be written: data and room. Returns 0, -22, -28. */
+KEL_API int32_t KELBuf_GetWBuf(KEL_BUF *buf, KEL_BUF_DESC *out);
+
+/* Commits a frame that was written there. Returns 0, -22, -28. */
+KEL_API int32_t KELBuf_FillWBuf(KEL_BUF *buf, const KEL_BUF_DESC *desc);
+
+/* This handle's next frame; it stays until deleted. Returns 0, -22, -25. */
+KEL_API int32_t KELBuf_GetRBuf(KEL_BUF *buf, KEL_BUF_DESC *out);
+
+/* Is done with this handle's next frame; `desc` is shown in traces. Returns 0,
+ * -22, -25. */
+KEL_API int32_t KELBuf_DelRBuf(KEL_BUF *buf, const KEL_BUF_DESC *desc);
+
+/* Makes the frame at `data` this handle's next one. Returns 0, -22, -1. */
+KEL_API int32_t KELBuf_FindRBuf(KEL_BUF *buf, const void *data, KEL_BUF_DESC *out);
+
+/* Fills the record. Returns 0. */
+KEL_API int32_t KELBuf_BufStatus(KEL_BUF *buf, KEL_BUF_STATUS *out);
+
+/* The number of handles; one is added. Unlocked. -22 for null. */
+KEL_API int32_t KELBuf_GetBufRefCnt(KEL_BUF *buf);
+KEL_API int32_t KELBuf_AddBufRefCnt(KEL_BUF *buf);
+
+/* 1 if the descriptor's data is `data`, else 0 with a trace. */
+KEL_API int32_t KELBuf_CheckBuf(KEL_BUF *buf, const KEL_BUF_DESC *desc, const void *data);
+
+/* A lock of the callers' own, for longer sections; waits at most 3000 ms and
+ * returns 0 also when that was not enough (it is traced). */
+KEL_API int32_t KELBuf_LockEnter(KEL_BUF *buf);
+KEL_API int32_t KELBuf_LockLeave(KEL_BUF *buf);
+
+/* The process's usage table; never null, unlocked. */
+KEL_API const KEL_BUF_USAGE *KELBuf_GetUsage(void);
+
+KEL_END_DECLS
+
+#endif

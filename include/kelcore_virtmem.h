@@ -1,0 +1,65 @@
+/* Region heap: variable-size blocks inside one region of memory.
+ *
+ *     static _Alignas(8) uint8_t *region = ...;         // see below
+ *     KEL_VMEM *heap = KEL_VMemCreate(NULL, 1 << 20);
+ *     void *p = KEL_VMalloc(heap, 100);
+ *     KEL_VFree(heap, p);
+ *     KEL_VMemDestroy(heap);
+ *
+ * Every block is preceded by a header of 56 bytes inside the region, with a
+ * copy of its own fields that is checked on use. Sizes are rounded up to a
+ * multiple of 8; the search begins where the last one ended. Each heap has its
+ * own lock. Traces under "kelvirtmem".
+ *
+ * Surprises worth knowing:
+ *  - A BLOCK BELOW THE HEAP RECORD'S OWN ADDRESS IS NEVER HANDED OUT. The record
+ *    comes from malloc at creation: a region in static memory, or one that
+ *    malloc took from the same arena before, lies below it and yields nothing,
+ *    although the free count drops. Use a region above the heap of the process,
+ *    as mmap gives it (malloc does so too for 128 KiB and more).
+ *  - The last block, when it would be handed out whole, is not handed out.
+ *  - KEL_VMemDestroy frees the region also when the caller gave it: it must
+ *    come from malloc then.
+ *  - KEL_VReAlloc returns the address of a block's header, 56 bytes before its
+ *    data, and copies to there.
+ *  - KEL_VMemReset leaves the copies of the first header: the next use reports
+ *    it as broken, and carries on. */
+#ifndef KELCORE_VIRTMEM_H
+#define KELCORE_VIRTMEM_H
+
+#include "kelcore_types.h"
+
+KEL_BEGIN_DECLS
+
+typedef struct KEL_VMEM KEL_VMEM;
+
+/* A heap over `size` bytes at `region`, which is zeroed; with a null region the
+ * memory is allocated. Null when memory is short, or for a size of 0 without a
+ * region. */
+KEL_API KEL_NODISCARD KEL_VMEM *KEL_VMemCreate(void *region, uint32_t size);
+
+/* Makes the whole region one free block again; takes no lock. */
+KEL_API void KEL_VMemReset(KEL_VMEM *heap);
+
+/* Releases lock, region and record; null is ignored. */
+KEL_API void KEL_VMemDestroy(KEL_VMEM *heap);
+
+/* A block of `size` bytes, or null. What it holds is undefined. */
+KEL_API KEL_NODISCARD void *KEL_VMalloc(KEL_VMEM *heap, uint32_t size);
+
+/* Frees a block and merges it with free neighbours. Returns 0; -1 for a broken
+ * header or a null heap. */
+KEL_API int32_t KEL_VFree(KEL_VMEM *heap, void *data);
+
+/* Makes room for `size` bytes, in place or elsewhere (the old contents are
+ * copied then). Returns the address of the block's HEADER, or null, the old
+ * block then being free. */
+KEL_API void *KEL_VReAlloc(KEL_VMEM *heap, void *data, uint32_t size);
+
+/* Free bytes, headers of free blocks included but the first; 0 for null. Takes
+ * no lock. */
+KEL_API uint32_t KEL_VGetFree(KEL_VMEM *heap);
+
+KEL_END_DECLS
+
+#endif
