@@ -16,6 +16,7 @@
 #include "kelcore_mutex.h"
 #include "kelcore_sema.h"
 #include "kelcore_thread.h"
+#include "kelcore_threadpool.h"
 
 /* Lists, queues and messages */
 #include "kelcore_list.h"
@@ -23,12 +24,25 @@
 #include "kelcore_msg.h"
 #include "kelcore_queue.h"
 
+/* Inter-process communication */
+#include "kelcore_ipc.h"
+#include "kelcore_shm.h"
+
 /* Memory managers */
+#include "kelcore_buffer.h"
 #include "kelcore_smem.h"
+#include "kelcore_virtmem.h"
 
 /* Files and parsing */
 #include "kelcore_bit.h"
 #include "kelcore_byte.h"
 #include "kelcore_file.h"
+#include "kelcore_library.h"
+#include "kelcore_string.h"
+
+/* Hashing and byte buffers */
+#include "kelcore_circular.h"
+#include "kelcore_hash.h"
+#include "kelcore_ring.h"
 
 #endif
