@@ -677,10 +677,11 @@ TEST_P(Queue, APushThatSeesASleeperClearsTheFlagAndSendsOnce) {
 }
 
 TEST_P(Queue, OfTwoSleepersAPushWakesOne) {
-  std::atomic<int> got{0};
+  std::atomic<int> got{0}, back{0};
   const auto sleep = [&] {
-    if (KEL_QueuePop(queue, nullptr, 300) != nullptr)
+    if (KEL_QueuePop(queue, nullptr, 600'000) != nullptr)
       ++got;
+    ++back;
   };
   std::thread one(sleep);
   AwaitSleeper(queue);
@@ -688,7 +689,13 @@ TEST_P(Queue, OfTwoSleepersAPushWakesOne) {
   std::thread other(sleep);
   while (faults::sem_timedwait.Count() == 0)
     std::this_thread::yield();
+  faults::ResetAll();
   Push(0, 0);
+  while (back == 0)
+    std::this_thread::yield();
+  EXPECT_EQ(got, 1);
+  EXPECT_EQ(PendingEvents(queue), 0) << "nothing is left to wake the other";
+  KEL_QueuePopRelease(queue);
   one.join();
   other.join();
   EXPECT_EQ(got, 1);
