@@ -1,6 +1,5 @@
 /* Region heap: variable-size blocks inside one region of memory.
  *
- *     static _Alignas(8) uint8_t *region = ...;         // see below
  *     KEL_VMEM *heap = KEL_VMemCreate(NULL, 1 << 20);
  *     void *p = KEL_VMalloc(heap, 100);
  *     KEL_VFree(heap, p);
