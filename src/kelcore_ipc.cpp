@@ -337,7 +337,7 @@ KEL_IPC_MSG *KEL_IPC_MsgOpen(const char *name, uint32_t max_messages, uint32_t m
   queue->queue =
       open_queue(name, create != 0 ? O_RDWR | O_CREAT : O_RDWR, max_messages, max_size);
   if (queue->queue == -1) {
-    // The handle is not released: it may be the caller's last sign of trouble.
+    // The handle is kept on this path: it is small, and opening is seldom retried.
     TRACE_ERROR("mq_open(%s, %d, %d) failed (err: %d, %s)\n", name,
                 static_cast<int32_t>(max_messages), static_cast<int32_t>(max_size), errno,
                 strerror(errno));

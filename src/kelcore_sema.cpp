@@ -48,8 +48,8 @@ KEL_SEMA *create_named(const char *func, KEL_SEMA *sema, const char *name, bool 
   sema->name = strdup(name);
   if (sema->name == nullptr) {
     SEMA_ERROR(func, "sema name copy failed size(%d)\n", kel::low32_signed(strlen(name)));
-    return nullptr;  // the record stays behind: callers of old count on nothing being freed
-                     // here
+    // The record is kept on this path, and on this path only.
+    return nullptr;
   }
   sema->native = open_named(name, sema->initial, may_create);
   if (sema->native == SEM_FAILED) {
