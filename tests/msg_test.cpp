@@ -240,6 +240,31 @@ TEST(MsgDestroy, LeavesQueuedDescriptorsAlone) {
   EXPECT_EQ(message.word, 1u);
 }
 
+TEST(MsgDestroy, ReleasesStorageThenLocksThenTheRecord) {
+  AllocHooks hooks;
+  KEL_MSG *channel = KEL_MsgCreate(0, 4, 100);
+  const auto *area = FieldOf<void *>(channel, 32), *slots = FieldOf<void *>(channel, 24);
+  const auto *messages = FieldOf<void *>(channel, 56),
+             *free_slots = FieldOf<void *>(channel, 64);
+  const auto *lock = FieldOf<void *>(channel, 0), *sema = FieldOf<void *>(channel, 8);
+  const void *record = channel;
+  KEL_MsgDestroy(channel);
+  std::vector<std::string> order;
+  for (const auto &remove : hooks.removes)
+    for (const auto &[block, name] :
+         std::vector<std::pair<const void *, std::string>>{{area, "area"},
+                                                           {slots, "slots"},
+                                                           {free_slots, "free queue"},
+                                                           {messages, "queue"},
+                                                           {lock, "lock"},
+                                                           {sema, "semaphore"},
+                                                           {record, "record"}})
+      if (remove.block == block)
+        order.push_back(name);
+  EXPECT_EQ(order, (std::vector<std::string>{"area", "slots", "free queue", "queue", "lock",
+                                             "semaphore", "record"}));
+}
+
 // ---- Sending ----
 
 TEST_F(Channel, DeliversTheSendersOwnDescriptorWith16) {

@@ -307,11 +307,18 @@ TEST_F(Pool, UnregisteringReleasesEverything) {
   EXPECT_STREQ(KEL_SMemGetName(8), "anew");
 }
 
-TEST_F(Pool, UnregisteringReleasesTheListsFreeAllocatedAndChunksInThatOrder) {
+TEST_F(Pool, UnregisteringReleasesEachChunkAndThenTheListsInOrder) {
+  AllocHooks hooks;
   Register(8);
-  TraceCapture trace("kelnlist:4");
+  // Chunk list, allocated list, free list, chunk node, chunk, memory, records, nodes.
+  ASSERT_EQ(hooks.adds.size(), 8u);
   KEL_SMalloc_UnRegister(8);
-  EXPECT_EQ(trace.Take().size(), 3u);
+  std::vector<size_t> order;
+  for (const auto &remove : hooks.removes)
+    for (size_t i = 0; i < hooks.adds.size(); ++i)
+      if (hooks.adds[i].block == remove.block)
+        order.push_back(i);
+  EXPECT_EQ(order, (std::vector<size_t>{3, 5, 6, 7, 4, 2, 1, 0}));
 }
 
 TEST_F(Pool, AnUnknownSizeCannotBeUnregistered) {
