@@ -191,10 +191,14 @@ TEST(BufferExternal, NeedsBothCallbacksAndAnArea) {
 TEST(BufferArea, OfTheCallerIsFreedByTheLastHandleButNotByAFailure) {
   KEL_BUF_PARAM param = Param(1000, 100, 4);
   param.area = malloc(1000);
-  faults::calloc.Reset();
-  faults::malloc.Fail(nullptr, ENOMEM, 2, 1);
-  EXPECT_EQ(KELBuf_Create(&param, nullptr), nullptr);
-  faults::ResetAll();
+  {
+    AllocHooks failing;
+    faults::malloc.Fail(nullptr, ENOMEM, 2, 1);
+    EXPECT_EQ(KELBuf_Create(&param, nullptr), nullptr);
+    faults::ResetAll();
+    for (const auto &remove : failing.removes)
+      EXPECT_NE(remove.block, param.area);
+  }
   memset(param.area, 1, 1000);
   KEL_BUF *buf = KELBuf_Create(&param, nullptr);
   AllocHooks hooks;

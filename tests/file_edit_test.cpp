@@ -208,6 +208,10 @@ TEST_F(FileEdit, LongLinesAreHandledInPieces) {
   KeepContents();
   EXPECT_EQ(Del("key"), 0);
   EXPECT_EQ(Read(path), line + "\n");
+  // A piece has 255 characters: the second one begins with the key here.
+  Write(path, std::string(255, 'x') + "key\n");
+  EXPECT_EQ(Del("key"), 0);
+  EXPECT_EQ(Read(path), std::string(255, 'x'));
 }
 
 TEST_F(FileEdit, TrunkUpDropsTheFirstLine) {
