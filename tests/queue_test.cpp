@@ -683,11 +683,9 @@ TEST_P(Queue, OfTwoSleepersAPushWakesOne) {
       ++got;
     ++back;
   };
-  std::thread one(sleep);
-  AwaitSleeper(queue);
   faults::Record();
-  std::thread other(sleep);
-  while (faults::sem_timedwait.Count() == 0)
+  std::thread one(sleep), other(sleep);
+  while (faults::sem_timedwait.Count() < 2)  // both are past the queue's lock
     std::this_thread::yield();
   faults::ResetAll();
   Push(0, 0);
