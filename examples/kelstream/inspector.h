@@ -1,10 +1,13 @@
-// Inspects one file: opens it, lets the reader and the collector work, and says
-// what was wrong with it.
+// Inspects one file after the other, and tells on standard error what was wrong
+// with it.
 #pragma once
 
+#include <cstdio>
 #include <string>
 
-#include "messages.h"
+#include "collector.h"
+#include "machinery.h"
+#include "publisher.h"
 #include "report.h"
 
 namespace kelstream {
@@ -17,14 +20,28 @@ enum class Outcome : int {
 
 class Inspector {
  public:
-  explicit Inspector(Exchange &exchange) : exchange_(exchange) {}
+  // Frames go to `frames` as they are found.
+  class FrameSink {
+   public:
+    virtual ~FrameSink() = default;
+    virtual void OnFrame(const FileReport &file, const FrameReport &frame) = 0;
+  };
 
-  // Complaints go to standard error. The report has streams unless the file
+  Inspector(Machinery &machinery, FrameSink &frames, Publisher &publisher)
+      : machinery_(machinery), frames_(frames), publisher_(publisher) {}
+
+  // Complaints go to standard error. The report has a container unless the file
   // could not be read at all.
   Outcome Inspect(const std::string &file, FileReport &report);
 
  private:
-  Exchange &exchange_;
+  Outcome InspectOpen(FILE *file, uint64_t size, FileReport &report);
+  // False when there are no threads to be had.
+  bool Collect(FILE *file, uint64_t size, FileReport &report, EndOfFile &end);
+
+  Machinery &machinery_;
+  FrameSink &frames_;
+  Publisher &publisher_;
 };
 
 }  // namespace kelstream

@@ -1,6 +1,7 @@
-// kelstream: inspects elementary streams.
+// kelstream: inspects elementary streams and transport streams.
 
 #include <kelcore_file.h>
+#include <kelcore_smem.h>
 #include <kelcore_system.h>
 #include <kelcore_types.h>
 
@@ -9,10 +10,13 @@
 #include <vector>
 
 #include "inspector.h"
+#include "machinery.h"
 #include "options.h"
 #include "output.h"
 #include "report.h"
+#include "stop.h"
 #include "trace.h"
+#include "watcher.h"
 
 namespace kelstream {
 namespace {
@@ -57,23 +61,83 @@ int Worse(int status, Outcome outcome) {
   return static_cast<int>(outcome);
 }
 
+// Writes reports, and frames where they are wanted, as they come.
+class Printer : public Inspector::FrameSink {
+ public:
+  Printer(const Options &options, Output &output)
+      : options_(options), output_(output), frames_(options.json) {}
+
+  void OnFrame(const FileReport &file, const FrameReport &frame) override {
+    if (!options_.frames)
+      return;
+    text_ += frames_.Frame(file, frame);
+    constexpr size_t kEnough = 65536;
+    if (text_.size() >= kEnough)
+      Flush();
+  }
+  void EndFile(FileReport &&report) {
+    if (options_.frames)
+      text_ += frames_.EndFile(report);
+    if (!options_.frames || !options_.json)
+      reports_.push_back(std::move(report));
+    Flush();
+  }
+  // False when not all could be written.
+  bool End() {
+    if (options_.frames)
+      text_ += frames_.End();
+    if (!options_.json)
+      text_ += FormatTable(reports_);
+    else if (!options_.frames)
+      text_ += FormatJson(reports_);
+    Flush();
+    return good_;
+  }
+
+ private:
+  void Flush() {
+    good_ = good_ && output_.Write(text_);
+    text_.clear();
+  }
+
+  const Options &options_;
+  Output &output_;
+  FrameList frames_;
+  std::vector<FileReport> reports_;
+  std::string text_;
+  bool good_ = true;
+};
+
 int Run(const Options &options, Output &output) {
-  Exchange exchange;
-  if (!exchange.ok()) {
+  Machinery machinery;
+  if (!machinery.ok()) {
     Complain("not enough memory");
     return kFailure;
   }
-  Inspector inspector(exchange);
-  std::vector<FileReport> reports;
+  Publisher publisher;
+  if (options.publish) {
+    CatchStops();
+    const std::string problem = publisher.Open(options.publish_name);
+    if (!problem.empty()) {
+      Complain("cannot publish: " + problem);
+      return kFailure;
+    }
+  }
+  Printer printer(options, output);
+  Inspector inspector(machinery, printer, publisher);
   int status = kSuccess;
   for (const std::string &file : options.files) {
     FileReport report;
     status = Worse(status, inspector.Inspect(file, report));
-    if (!report.streams.empty())
-      reports.push_back(std::move(report));
+    if (StopRequested())
+      Stop(publisher);
+    if (report.container != Container::kUnknown)
+      printer.EndFile(std::move(report));
   }
-  const std::string text = options.json ? FormatJson(reports) : FormatTable(reports);
-  return Print(output, text) == kFailure ? kFailure : status;
+  if (printer.End())
+    return status;
+  Complain("cannot write to standard output");
+  return kFailure;
 }
 
 int Main(const std::vector<std::string> &arguments) {
@@ -86,7 +150,8 @@ int Main(const std::vector<std::string> &arguments) {
     return kFailure;
   }
   // The library's own prints must not get into the document.
-  if (!output.ok() || (options.json && !output.Reserve())) {
+  const bool reserve = options.json || options.publish || options.watch;
+  if (!output.ok() || (reserve && !output.Reserve())) {
     Complain("no standard output");
     return kFailure;
   }
@@ -95,7 +160,12 @@ int Main(const std::vector<std::string> &arguments) {
   if (options.version)
     return Print(output, kVersion);
   KEL_SystemInit(nullptr);
-  const int status = StartTracing(options) ? Run(options, output) : kFailure;
+  KEL_SMalloc_Init();
+  int status = kFailure;
+  if (StartTracing(options))
+    status = options.watch ? (Watch(options.watch_name, output) ? kSuccess : kFailure)
+                           : Run(options, output);
+  KEL_SMalloc_Deinit();
   if (options.trace || options.trace_to_file)
     KEL_TraceDeinit();
   KEL_SystemUnInit(nullptr);

@@ -6,14 +6,22 @@ namespace kelstream {
 
 const char kHelp[] =
     "Usage: kelstream [OPTION]... FILE...\n"
-    "Inspect elementary streams: H.264 byte streams (Annex B) and AAC in ADTS.\n"
-    "A FILE of - is standard input.\n"
+    "       kelstream --watch NAME\n"
+    "Inspect H.264 byte streams (Annex B), AAC in ADTS, and MPEG transport streams\n"
+    "that carry them. A FILE of - is standard input.\n"
     "\n"
     "      --json             print a JSON document instead of a table\n"
+    "      --frames           list every frame, too\n"
+    "      --publish NAME     offer the progress to other processes\n"
+    "      --watch NAME       show what another kelstream publishes, until it ends\n"
     "      --trace TEXT       trace levels, as in kelstream:3,kelfile:2,*:1\n"
     "      --trace-file PATH  write traces to this file, too\n"
     "      --help             print this text\n"
     "      --version          print the version\n"
+    "\n"
+    "BYTES and CRC-32 are those of the elementary stream, as far as it could be\n"
+    "read. Presentation times count 90000 to the second, and on from one turn of\n"
+    "their 33 bits to the next. OFFSET is a frame's place in the file.\n"
     "\n"
     "Streams are read by their headers; the coded pictures and sounds themselves\n"
     "are not decoded. Damage is reported with its place in the file where headers\n"
@@ -32,6 +40,8 @@ struct ValueOption {
 };
 
 constexpr ValueOption kValueOptions[] = {
+    {"--publish", &Options::publish, &Options::publish_name},
+    {"--watch", &Options::watch, &Options::watch_name},
     {"--trace", &Options::trace, &Options::trace_text},
     {"--trace-file", &Options::trace_to_file, &Options::trace_file},
 };
@@ -43,6 +53,7 @@ struct FlagOption {
 
 constexpr FlagOption kFlagOptions[] = {
     {"--json", &Options::json},
+    {"--frames", &Options::frames},
     {"--help", &Options::help},
     {"--version", &Options::version},
 };
@@ -92,8 +103,12 @@ std::string ParseOptions(const std::vector<std::string> &arguments, Options &opt
     else if (!TakeFlag(argument, options) && !TakeValue(arguments, i, options, problem))
       problem = "unknown option " + argument;
   }
-  if (problem.empty() && options.files.empty() && !options.help && !options.version)
-    problem = "no file given";
+  if (!problem.empty() || options.help || options.version)
+    return problem;
+  if (options.watch && (options.publish || !options.files.empty()))
+    return "--watch goes with neither files nor --publish";
+  if (!options.watch && options.files.empty())
+    return "no file given";
   return problem;
 }
 

@@ -9,6 +9,11 @@ namespace kelstream {
 struct Options {
   std::vector<std::string> files;
   bool json = false;
+  bool frames = false;
+  bool publish = false;
+  std::string publish_name;
+  bool watch = false;
+  std::string watch_name;
   bool help = false;
   bool version = false;
   bool trace = false;

@@ -8,9 +8,17 @@
 
 namespace kelstream {
 
-enum class Codec : uint8_t { kH264, kAac };
+enum class Codec : uint8_t { kH264, kAac, kOther };
 
-// Trivially copyable, because it travels as the payload of a message.
+// A stream of the file, under the number that it has there: the PID of a
+// transport stream, 0 where the file is the stream.
+struct StreamInfo {
+  uint32_t number = 0;
+  bool has_pid = false;
+  uint32_t type = 0;  // stream_type of the programme map; 0 where there is none
+  Codec codec = Codec::kOther;
+};
+
 struct StreamFormat {
   Codec codec = Codec::kH264;
   char profile[32] = "";
@@ -24,13 +32,17 @@ struct StreamFormat {
   uint32_t channels = 0;
 };
 
-// An access unit of H.264, or a frame of ADTS.
+// An access unit of H.264, a frame of ADTS, or a PES packet of a stream that is
+// not parsed.
 struct Unit {
   uint64_t offset = 0;   // of its first byte in the file
   uint64_t size = 0;     // bytes, start codes and headers included
   bool readable = true;  // false when nothing of its picture could be read
   bool frame = false;    // it begins a frame; false for a second field
-  bool key = false;      // the frame is a key frame
+  bool second_field = false;
+  bool key = false;  // the frame is a key frame
+  bool has_pts = false;
+  int64_t pts = 0;  // 90 kHz
   // Audio: how long it sounds.
   uint32_t samples = 0;
   uint32_t sample_rate = 0;
@@ -39,6 +51,13 @@ struct Unit {
 enum class Severity : uint8_t {
   kNote,    // worth telling; the stream is as it should be
   kDamage,  // something is missing or broken
+};
+
+// The presentation times found in a stream, in 90 kHz ticks.
+struct PtsRange {
+  bool known = false;
+  int64_t first = 0;  // the smallest
+  int64_t last = 0;   // the largest
 };
 
 // Takes what a splitter finds, in the order of the file. The bytes of a unit

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,27 @@ namespace kelstream_test {
 
 inline std::string MediaPath(const std::string &name) {
   return std::string(KELSTREAM_MEDIA) + "/" + name;
+}
+
+// Sums are compared apart, where the bytes that they cover are known.
+inline std::string WithoutSums(std::string text) {
+  const std::string begin = ",\"crc32\":\"";
+  constexpr size_t kDigits = 8;
+  for (size_t at = 0; (at = text.find(begin, at)) != std::string::npos;)
+    text.erase(at, begin.size() + kDigits + 1);
+  return text;
+}
+
+inline std::string Sum(const std::string &data) {
+  uint32_t crc = ~0u;
+  for (const char character : data) {
+    crc ^= static_cast<uint8_t>(character);
+    for (int i = 0; i < 8; ++i)
+      crc = (crc & 1) != 0 ? crc >> 1 ^ 0xEDB88320u : crc >> 1;
+  }
+  char text[9];
+  std::snprintf(text, sizeof text, "%08x", ~crc);
+  return text;
 }
 
 inline std::string VideoStream(int frames, int key_frames, uint64_t bytes) {
@@ -57,7 +79,11 @@ class ProgramTest : public testing::Test {
     const std::string path = temp_.Write("stream", data);
     const Result result = RunProgram({"--json", path});
     EXPECT_EQ(result.status, status) << result.err;
-    EXPECT_EQ(result.out, Document(File(path, container, stream))) << result.err;
+    EXPECT_EQ(WithoutSums(result.out), Document(File(path, container, stream))) << result.err;
+    // Tags around a stream are none of its bytes.
+    const bool all = Contains(stream, "\"bytes\":" + std::to_string(data.size()) + "}");
+    EXPECT_TRUE(!all || Contains(result.out, ",\"crc32\":\"" + Sum(data) + "\"}"))
+        << result.out;
     EXPECT_EQ(result.err.empty(), status == 0) << result.err;
     error_ = result.err;
   }

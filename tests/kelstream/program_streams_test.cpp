@@ -137,7 +137,7 @@ TEST_F(ProgramStreamsTest, LargeUnitsTravelInFragments) {
   const Result result = RunProgram({"--json", path});
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_TRUE(Contains(result.out, "\"frames\":4,\"keyframes\":1,\"bytes\":" +
-                                       std::to_string(stream.size()) + "}"))
+                                       std::to_string(stream.size()) + ","))
       << result.out;
 }
 
@@ -163,7 +163,7 @@ TEST_F(ProgramStreamsTest, MemoryDoesNotGrowWithTheFile) {
   std::filesystem::resize_file(path, 200 << 20);
   const Result sound = RunProgram({"--json", path});
   EXPECT_EQ(sound.status, 2);
-  EXPECT_TRUE(Contains(sound.out, SoundStream(376, 98543)));
+  EXPECT_TRUE(Contains(WithoutSums(sound.out), SoundStream(376, 98543)));
   EXPECT_LT(sound.max_rss_kb, 32 * 1024);
 }
 

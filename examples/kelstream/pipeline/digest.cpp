@@ -1,0 +1,84 @@
+// The first reader of the media buffer pool.
+
+#include "digest.h"
+
+namespace kelstream {
+
+void Digest::Run() {
+  size_t turn = 0;
+  for (bool more = true; more; turn ^= 1) {
+    Batch &batch = batches_[turn];
+    Join(batch);
+    // Never sleeps on frames that the producer may need.
+    if (pool_.Drained(Consumer::kDigest))
+      Join(batches_[turn ^ 1]);
+    more = Fill(batch);
+    Hand(batch);
+  }
+  Join(batches_[turn]);
+  Join(batches_[turn ^ 1]);
+}
+
+bool Digest::Fill(Batch &batch) {
+  batch.count = 0;
+  while (batch.count < kBatch && (batch.count == 0 || !pool_.Drained(Consumer::kDigest))) {
+    const Message *const message = pool_.Receive(Consumer::kDigest);
+    if (message == nullptr)
+      continue;
+    batch.messages[batch.count++] = message;
+    if (message->Kind() == kEndOfFile)
+      return false;
+  }
+  return true;
+}
+
+void Digest::Hand(Batch &batch) {
+  batch.done = false;
+  batch.worker = KEL_ThreadPool_Run(workers_, &Digest::Compute, &batch);
+  if (batch.worker < 0)
+    Compute(&batch);
+}
+
+int32_t Digest::Compute(void *argument) {
+  auto &batch = *static_cast<Batch *>(argument);
+  for (size_t i = 0; i < batch.count; ++i)
+    batch.sums[i] = KEL_Hash_crc32(batch.messages[i]->data, batch.messages[i]->size);
+  return 0;
+}
+
+void Digest::Join(Batch &batch) {
+  if (batch.done)
+    return;
+  if (batch.worker >= 0)
+    KEL_ThreadPool_Stop(workers_, batch.worker, nullptr);
+  for (size_t i = 0; i < batch.count; ++i) {
+    const Message &message = *batch.messages[i];
+    if (message.Kind() == kUnitBytes && !failed_) {
+      try {
+        Add(message, batch.sums[i]);
+      } catch (const std::bad_alloc &) {
+        failed_ = true;
+      }
+    }
+    pool_.Release(Consumer::kDigest, message);
+  }
+  batch.done = true;
+}
+
+void Digest::Add(const Message &message, uint32_t sum) {
+  Record *record = streams_.Find(message.stream);
+  if (record == nullptr)
+    record = &streams_.Add(message.stream);
+  if ((message.word & kFirstFragment) != 0)
+    record->unit = {};
+  record->unit.Append(sum, message.size);
+  if ((message.word & kLastFragment) != 0 && message.unit.readable)
+    record->stream.Append(record->unit.value, record->unit.length);
+}
+
+uint32_t Digest::Crc(uint32_t stream) {
+  const Record *const record = streams_.Find(stream);
+  return record != nullptr ? record->stream.value : 0;
+}
+
+}  // namespace kelstream
