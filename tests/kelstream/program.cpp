@@ -26,31 +26,30 @@ void Check(bool good, const char *what) {
     throw std::runtime_error(what);
 }
 
-int WaitFor(pid_t child, rusage &usage) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
-  int status = 0;
-  while (wait4(child, &status, WNOHANG, &usage) == 0) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      kill(child, SIGKILL);
-      wait4(child, &status, 0, &usage);
-      break;
-    }
+constexpr auto kPatience = std::chrono::minutes(2);
+
+// Polls, because a child can be waited for only without a limit.
+template <typename Condition>
+bool Await(Condition condition) {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline)
+      return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return true;
 }
 
 }  // namespace
 
-Result RunProgram(const std::vector<std::string> &arguments, const Setting &setting) {
-  const TempDirectory temp;
-  const std::string out = setting.out_path.empty() ? temp.Path("out") : setting.out_path;
-  const std::string err = temp.Path("err");
+Program::Program(const std::vector<std::string> &arguments, const Setting &setting)
+    : out_path_(setting.out_path.empty() ? temp_.Path("out") : setting.out_path) {
+  const std::string err = temp_.Path("err");
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;
   posix_spawn_file_actions_addopen(&actions, 0, setting.in_path.c_str(), O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), kFlags, 0600);
+  posix_spawn_file_actions_addopen(&actions, 1, out_path_.c_str(), kFlags, 0600);
   posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), kFlags, 0600);
   if (setting.close_out)
     posix_spawn_file_actions_addclose(&actions, 1);
@@ -63,18 +62,62 @@ Result RunProgram(const std::vector<std::string> &arguments, const Setting &sett
     argv.push_back(word.data());
   argv.push_back(nullptr);
 
-  pid_t child = 0;
-  const int error = posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ);
+  const int error = posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   Check(error == 0, "kelstream cannot be started");
-  Result result;
+}
+
+Program::~Program() {
+  if (Ended())
+    return;
+  Signal(SIGKILL);
+  Wait();
+}
+
+bool Program::Ended() {
+  int status = 0;
   rusage usage{};
-  result.status = WaitFor(child, usage);
-  result.max_rss_kb = usage.ru_maxrss;
-  if (setting.out_path.empty())
-    result.out = ReadFile(out);
-  result.err = ReadFile(err);
-  return result;
+  if (!ended_ && wait4(pid_, &status, WNOHANG, &usage) == pid_) {
+    ended_ = true;
+    result_.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result_.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    result_.max_rss_kb = usage.ru_maxrss;
+  }
+  return ended_;
+}
+
+std::string Program::out() const {
+  return ReadFile(out_path_);
+}
+
+std::string Program::err() const {
+  return ReadFile(temp_.Path("err"));
+}
+
+bool Program::AwaitOut(const std::string &text) {
+  const auto holds = [&] { return out().find(text) != std::string::npos; };
+  Await([&] { return holds() || Ended(); });
+  return holds();
+}
+
+void Program::Signal(int number) const {
+  if (!ended_)
+    kill(pid_, number);
+}
+
+Result Program::Wait() {
+  if (!Await([this] { return Ended(); })) {
+    Signal(SIGKILL);
+    Await([this] { return Ended(); });
+  }
+  if (out_path_ == temp_.Path("out"))
+    result_.out = out();
+  result_.err = err();
+  return result_;
+}
+
+Result RunProgram(const std::vector<std::string> &arguments, const Setting &setting) {
+  return Program(arguments, setting).Wait();
 }
 
 TempDirectory::TempDirectory() {
