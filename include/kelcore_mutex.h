@@ -17,7 +17,7 @@ KEL_BEGIN_DECLS
 typedef struct KEL_MUTEX KEL_MUTEX;
 
 /* A new unlocked mutex, owned by the caller until KEL_MutexDestroy; null when
- * memory is short. */
+ * memory is short or it cannot be initialised. */
 KEL_API KEL_NODISCARD KEL_MUTEX *KEL_MutexCreate(void);
 
 /* Releases the mutex whatever its state. Returns pthread_mutex_destroy's

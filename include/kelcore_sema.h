@@ -47,8 +47,9 @@ KEL_API int32_t KEL_SemaPut(KEL_SEMA *sema);
 KEL_API int32_t KEL_SemaStatus(KEL_SEMA *sema, int32_t *count);
 
 /* Takes as many units as the semaphore holds at the call; units given
- * meanwhile stay, and it blocks when another thread takes units meanwhile.
- * Returns 0. The handle must not be null. */
+ * meanwhile stay, and it blocks when another thread takes units meanwhile. A
+ * wait that fails, as when a signal interrupts it, ends the taking. Returns 0 in
+ * every case. The handle must not be null. */
 KEL_API int32_t KEL_SemaReset(KEL_SEMA *sema);
 
 KEL_END_DECLS

@@ -2,8 +2,11 @@
 
 #include "kelcore_event.h"
 
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
+
+#include <thread>
 
 #include "faults.h"
 #include "kelcore_time.h"
@@ -94,6 +97,28 @@ TEST_F(Event, AWaitExpiresWithoutASend) {
   const uint64_t waited = KEL_GetSystemTick() - before;
   EXPECT_GE(waited, 18u);
   EXPECT_LT(waited, 5000u);
+}
+
+TEST_F(Event, SendAndWaitAddNoTracesOfTheirOwn) {
+  TraceCapture trace;
+  EXPECT_EQ(KEL_EventSend(event), 0);
+  EXPECT_EQ(KEL_EventWait(event, 0), 0);
+  EXPECT_EQ(trace.Take(), Lines{});
+  int32_t count = -1;
+  EXPECT_EQ(KEL_EventStatus(event, &count), 0);
+  EXPECT_EQ(trace.Take(),
+            (Lines{{"TRACE", "kelsema", "kelcore_sema", "KEL_SemaStatus", "Enter\n"}}));
+}
+
+TEST_F(Event, AnUnboundedWaitEndsWithASend) {
+  std::thread sender([this] { KEL_EventSend(event); });
+  EXPECT_EQ(KEL_EventWait(event, KEL_WAIT_FOREVER), 0);
+  sender.join();
+}
+
+TEST_F(Event, AnUnboundedWaitThatIsInterruptedFails) {
+  faults::sem_wait.Fail(-1, EINTR);
+  EXPECT_EQ(KEL_EventWait(event, KEL_WAIT_FOREVER), -1);
 }
 
 TEST_F(Event, NullHandlesFailAsTheSemaphoreDoes) {

@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <string.h>
 
 #include <atomic>
@@ -250,6 +251,40 @@ TEST_F(Mutex, AnUnboundedWaitLastsUntilTheHolderLetsGo) {
   });
   waiter.join();
   EXPECT_TRUE(locked);
+}
+
+// The handle is a POSIX mutex; one that checks for errors shows real ones.
+TEST_F(Mutex, ResultsOfTheSystemComeThrough) {
+  auto *native = reinterpret_cast<pthread_mutex_t *>(mutex);
+  pthread_mutexattr_t checking;
+  pthread_mutexattr_init(&checking);
+  pthread_mutexattr_settype(&checking, PTHREAD_MUTEX_ERRORCHECK);
+  pthread_mutex_destroy(native);
+  pthread_mutex_init(native, &checking);
+  pthread_mutexattr_destroy(&checking);
+  TraceCapture trace;
+  EXPECT_EQ(KEL_MutexUnLock(mutex), static_cast<uint32_t>(EPERM));
+  ASSERT_EQ(KEL_MutexLock(mutex, 0), 0u);
+  EXPECT_EQ(KEL_MutexLock(mutex, 0), static_cast<uint32_t>(EBUSY));
+  EXPECT_EQ(KEL_MutexLock(mutex, 100), KEL_ERR_FAIL);
+  EXPECT_EQ(trace.Take(), Lines{});
+  EXPECT_EQ(KEL_MutexLock(mutex, KEL_WAIT_FOREVER), static_cast<uint32_t>(EDEADLK));
+  EXPECT_EQ(trace.Take().size(), 1u);
+  EXPECT_EQ(KEL_MutexUnLock(mutex), 0u);
+}
+
+TEST_F(Mutex, AFreeOneIsTakenWithoutTheClock) {
+  faults::Record();
+  EXPECT_EQ(KEL_MutexLock(mutex, 100), 0u);
+  EXPECT_EQ(faults::Log(), (std::vector<std::string>{"pthread_mutex_trylock"}));
+  KEL_MutexUnLock(mutex);
+}
+
+TEST_F(Mutex, ABoundedWaitFollowsWhateverTheFirstTryGave) {
+  faults::pthread_mutex_trylock.Fail(EINVAL, 0);
+  faults::pthread_mutex_timedlock.Fail(0, 0);
+  EXPECT_EQ(KEL_MutexLock(mutex, 100), 0u);
+  EXPECT_EQ(faults::pthread_mutex_timedlock.Count(), 1);
 }
 
 TEST_F(Mutex, UnlockPassesTheResultOn) {

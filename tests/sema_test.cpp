@@ -94,6 +94,69 @@ TEST_P(SemaCreate, UnnamedTakesTwoBlocksAndTracesTheHandle) {
   EXPECT_EQ(hooks.live(), 0);
 }
 
+TEST_P(SemaCreate, TheRecordIsZeroedAndTheBlockIsNot) {
+  AllocHooks hooks;
+  std::string record, block;
+  hooks.on_add = [&](void *bytes, uint32_t size) {
+    (size == 24 ? record : block).assign(static_cast<char *>(bytes), size);
+  };
+  faults::malloc.Replace([](size_t size) {
+    void *const bytes = faults::malloc.Real(size);
+    return memset(bytes, 0xA5, size);
+  });
+  KEL_SEMA *sema = Create(nullptr, 0);
+  faults::ResetAll();
+  EXPECT_EQ(record, std::string(24, '\0'));
+  EXPECT_EQ(block, std::string(32, '\xA5'));
+  KEL_SemaDestroy(sema);
+}
+
+// Name, semaphore, and the count given at creation.
+struct Record {
+  char *name;
+  sem_t *sem;
+  uint32_t initial;
+};
+
+TEST_P(SemaCreate, RecordsAreLaidOutInOrder) {
+  KEL_SEMA *unnamed = Create(nullptr, 6), *named = Create(name.c_str(), 5);
+  std::string text = name.text;
+  KEL_SEMA *again = Create(text.c_str(), 9);
+  const auto &first = *reinterpret_cast<Record *>(unnamed);
+  const auto &second = *reinterpret_cast<Record *>(named);
+  const auto &third = *reinterpret_cast<Record *>(again);
+  EXPECT_EQ(first.name, nullptr);
+  EXPECT_EQ(first.initial, 6u);
+  int value = 0;
+  EXPECT_EQ(sem_getvalue(first.sem, &value), 0);
+  EXPECT_EQ(value, 6);
+  EXPECT_EQ(second.name, name.text);
+  EXPECT_NE(second.name, name.c_str());
+  EXPECT_EQ(second.initial, 5u);
+  EXPECT_EQ(third.initial, 9u) << "as given, also when it has another";
+  // The name is a copy of its own.
+  text.assign(text.size(), 'x');
+  std::string unlinked;
+  faults::sem_unlink.Replace([&](const char *n) {
+    unlinked = n;
+    return faults::sem_unlink.Real(n);
+  });
+  KEL_SemaDestroy(again);
+  EXPECT_EQ(unlinked, name.text);
+  KEL_SemaDestroy(named);
+  KEL_SemaDestroy(unnamed);
+}
+
+TEST_P(SemaCreate, NamedTracesTheHandle) {
+  TraceCapture trace;
+  KEL_SEMA *made = Create(name.c_str(), 5), *opened = Create(name.c_str(), 5);
+  EXPECT_EQ(trace.Take(),
+            (Lines{Line("TRACE", func(), Format("new semaphore (%x)\n", Low32(made))),
+                   Line("TRACE", func(), Format("new semaphore (%x)\n", Low32(opened)))}));
+  KEL_SemaDestroy(opened);
+  KEL_SemaDestroy(made);
+}
+
 TEST_P(SemaCreate, UnnamedIsPrivateToTheProcess) {
   int shared = -1;
   unsigned count = 0;
@@ -205,7 +268,9 @@ TEST_P(SemaCreate, OpenFailureUnlinksTheNameReleasesAllAndKeepsErrno) {
 }
 
 TEST_P(SemaCreate, FailureToOpenTheExistingOneIsAFailureToo) {
+  AllocHooks hooks;
   TraceCapture trace;
+  faults::sem_unlink.Fail(0, 0);
   faults::sem_open.Replace([](const char *, int flags, mode_t, unsigned) {
     errno = (flags & O_CREAT) != 0 ? EEXIST : EACCES;
     return SEM_FAILED;
@@ -213,6 +278,8 @@ TEST_P(SemaCreate, FailureToOpenTheExistingOneIsAFailureToo) {
   EXPECT_EQ(Create(name.c_str(), 0), nullptr);
   EXPECT_EQ(trace.Take(),
             (Lines{Error(func(), "semaphore open failed name (" + name.text + ") err(13)\n")}));
+  EXPECT_EQ(faults::sem_unlink.Count(), 1);
+  EXPECT_EQ(hooks.live(), 0);
 }
 
 TEST(SemaCreateCustom, WithoutCreateOpensOnlyWhatExists) {
@@ -233,6 +300,7 @@ TEST(SemaCreateCustom, WithoutCreateOpensOnlyWhatExists) {
 
 TEST(SemaCreateCustom, WithoutCreateFailsOnAMissingOneAndUnlinksTheName) {
   Name name;
+  AllocHooks hooks;
   TraceCapture trace;
   faults::sem_unlink.Replace([](const char *n) { return faults::sem_unlink.Real(n); });
   EXPECT_EQ(KEL_SemaCreate_Custom(name.c_str(), 1, 0), nullptr);
@@ -241,6 +309,7 @@ TEST(SemaCreateCustom, WithoutCreateFailsOnAMissingOneAndUnlinksTheName) {
             (Lines{Error("KEL_SemaCreate_Custom",
                          "semaphore open failed name (" + name.text + ") err(2)\n")}));
   EXPECT_FALSE(name.exists());
+  EXPECT_EQ(hooks.live(), 0);
 }
 
 TEST(SemaCreateCustom, WithoutNameIgnoresTheFlag) {
@@ -333,6 +402,30 @@ TEST_F(Sema, ABoundedWaitsDeadlineIsNowPlusTheTimeout) {
   EXPECT_EQ(KEL_SemaGet(sema, 1999), 0);
   EXPECT_EQ(deadline.tv_sec, 102);
   EXPECT_EQ(deadline.tv_nsec, 499'000'000);
+}
+
+TEST_F(Sema, EveryTimeoutButOneIsBounded) {
+  faults::clock_gettime.Replace([](clockid_t, timespec *now) {
+    *now = {0, 0};
+    return 0;
+  });
+  timespec deadline{};
+  faults::sem_timedwait.Replace([&](sem_t *, const timespec *t) {
+    deadline = *t;
+    errno = ETIMEDOUT;
+    return -1;
+  });
+  faults::sem_wait.Fail(0, 0);
+  EXPECT_EQ(KEL_SemaGet(sema, 0x7FFFFFFE), -110);
+  EXPECT_EQ(deadline.tv_sec, 2'147'483);
+  EXPECT_EQ(deadline.tv_nsec, 646'000'000);
+  EXPECT_EQ(KEL_SemaGet(sema, 0x80000000), -110);
+  EXPECT_EQ(deadline.tv_sec, 2'147'483);
+  EXPECT_EQ(deadline.tv_nsec, 648'000'000);
+  EXPECT_EQ(KEL_SemaGet(sema, 0xFFFFFFFF), -110);
+  EXPECT_EQ(deadline.tv_sec, 4'294'967);
+  EXPECT_EQ(deadline.tv_nsec, 295'000'000);
+  EXPECT_EQ(faults::sem_wait.Count(), 0);
 }
 
 TEST_F(Sema, ABoundedWaitGoesOnWithTheSameDeadlineAfterSignals) {

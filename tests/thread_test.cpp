@@ -97,6 +97,35 @@ TEST(ThreadCreate, TracesEveryStep) {
                    Debug(Format("created thread success (%x)\n", Low32(parked.thread)))}));
 }
 
+TEST(ThreadCreate, TracesAPriorityFirst) {
+  // Threads of real-time priority need a privilege: an ordinary one will do.
+  faults::pthread_create.Replace(
+      [](pthread_t *t, const pthread_attr_t *, void *(*entry)(void *), void *arg) {
+        return faults::pthread_create.Real(t, nullptr, entry, arg);
+      });
+  Parked parked;
+  TraceCapture trace("kelthread:4");
+  ASSERT_NE(parked.Start("x", 10, 0x40000), nullptr);
+  EXPECT_EQ(trace.Take(),
+            (Lines{Debug("thread priority (10)\n"), Debug("stack size(262144)\n"),
+                   Debug(Format("created thread id(%x)\n", Low32(IdOf(parked.thread)))),
+                   Debug("thread name (x)\n"),
+                   Debug(Format("created thread success (%x)\n", Low32(parked.thread)))}));
+}
+
+TEST(ThreadCreate, TheRecordIsZeroed) {
+  AllocHooks hooks;
+  std::string record;
+  hooks.on_add = [&](void *block, uint32_t size) {
+    record.assign(static_cast<char *>(block), size);
+  };
+  faults::malloc.Replace(
+      [](size_t size) { return memset(faults::malloc.Real(size), 0xA5, size); });
+  faults::pthread_attr_init.Fail(ENOMEM, 0);
+  EXPECT_EQ(KEL_ThreadCreate(nullptr, 0, 0, ReturnArgument, nullptr), nullptr);
+  EXPECT_EQ(record, std::string(kRecordBytes, '\0'));
+}
+
 TEST(ThreadCreate, WithoutNameAndStackTracesLess) {
   Parked parked;
   TraceCapture trace("kelthread:4");
@@ -151,6 +180,21 @@ TEST(ThreadCreate, AFailureToNameIsTracedAndOtherwiseIgnored) {
                   "directory)\n"));
 }
 
+TEST(ThreadCreate, ASecondTryAtNamingMayFailForAnotherReason) {
+  Parked parked;
+  TraceCapture trace("kelthread:4");
+  int calls = 0;
+  faults::pthread_setname_np.Replace([&](pthread_t, const char *) {
+    errno = EPERM;
+    return ++calls == 1 ? ERANGE : ESRCH;
+  });
+  ASSERT_NE(parked.Start("short"), nullptr);
+  EXPECT_EQ(calls, 2) << "also when there is nothing to cut";
+  EXPECT_EQ(
+      trace.Take()[1],
+      Error(kCreate, "pthread_setname_np (short) ret(3) err(1: Operation not permitted)\n"));
+}
+
 TEST(ThreadCreate, OtherNamingFailuresAreNotTriedAgain) {
   Parked parked;
   faults::pthread_setname_np.Fail(ESRCH, 0);
@@ -182,7 +226,9 @@ TEST(ThreadCreate, AnInvalidStackSizeIsReplacedBy128KiB) {
     sizes.push_back(size);
     return faults::pthread_attr_setstacksize.Real(a, size);
   });
+  TraceCapture trace("kelthread:4");
   EXPECT_EQ(StackAskedFor(1000), 0x20000u);
+  EXPECT_EQ(trace.Take()[0], Debug("stack size(131072)\n")) << "the one in force";
   EXPECT_EQ(sizes, (std::vector<size_t>{1000, 0x20000}));
 }
 
@@ -206,7 +252,8 @@ TEST(ThreadCreate, AStackSizeThatCannotBeReplacedFails) {
   EXPECT_EQ(KEL_ThreadCreate("x", 0, 1000, ReturnArgument, nullptr), nullptr);
   EXPECT_EQ(faults::pthread_attr_setstacksize.Count(), 2);
   EXPECT_EQ(faults::pthread_attr_destroy.Count(), 1);
-  ASSERT_EQ(trace.Take().size(), 1u);
+  EXPECT_EQ(trace.Take(),
+            (Lines{Error(kCreate, "pthread_attr_setstacksize(131072) error(22)\n")}));
   EXPECT_EQ(hooks.live(), 0);
 }
 
@@ -290,10 +337,13 @@ TEST(ThreadCreate, FailureToStartReleasesEverything) {
       [](pthread_attr_t *a) { return faults::pthread_attr_destroy.Real(a); });
   faults::pthread_create.Fail(EAGAIN, 0);
   EXPECT_EQ(KEL_ThreadCreate("worker", 0, 0, ReturnArgument, nullptr), nullptr);
+  EXPECT_EQ(KEL_ThreadCreate("twenty characters ab", 0, 0, ReturnArgument, nullptr), nullptr);
   EXPECT_EQ(KEL_ThreadCreate(nullptr, 0, 0, ReturnArgument, nullptr), nullptr);
-  EXPECT_EQ(trace.Take(), (Lines{Error(kCreate, "pthread_create (worker) error(11)\n"),
-                                 Error(kCreate, "pthread_create ((null)) error(11)\n")}));
-  EXPECT_EQ(faults::pthread_attr_destroy.Count(), 2);
+  EXPECT_EQ(trace.Take(),
+            (Lines{Error(kCreate, "pthread_create (worker) error(11)\n"),
+                   Error(kCreate, "pthread_create (twenty characters ab) error(11)\n"),
+                   Error(kCreate, "pthread_create ((null)) error(11)\n")}));
+  EXPECT_EQ(faults::pthread_attr_destroy.Count(), 3);
   EXPECT_EQ(hooks.live(), 0);
 }
 
@@ -333,6 +383,20 @@ TEST(ThreadDelete, AFailedJoinGivesMinus1AndFreesTheHandle) {
   pthread_join(id, nullptr);
 }
 
+TEST(ThreadDelete, WaitsForTheEndAlsoWithoutAPlaceForTheResult) {
+  std::atomic<bool> ended{false};
+  KEL_THREAD *thread = KEL_ThreadCreate(
+      nullptr, 0, 0,
+      [](void *flag) -> void * {
+        KEL_ThreadSleep(30);
+        *static_cast<std::atomic<bool> *>(flag) = true;
+        return nullptr;
+      },
+      &ended);
+  EXPECT_EQ(KEL_ThreadDelete(thread, nullptr), 0);
+  EXPECT_TRUE(ended);
+}
+
 TEST(ThreadDelete, OfNullFails) {
   EXPECT_EQ(KEL_ThreadDelete(nullptr, nullptr), -1);
 }
@@ -351,10 +415,14 @@ TEST(ThreadDetach, FailuresAreTraced) {
   TraceCapture trace("kelthread:1");
   faults::pthread_detach.Fail(ESRCH, 0);
   EXPECT_EQ(KEL_ThreadDetach(parked.thread), -1);
+  Parked unnamed;
+  unnamed.Start(nullptr);
+  EXPECT_EQ(KEL_ThreadDetach(unnamed.thread), -1);
   EXPECT_EQ(KEL_ThreadDetachSelf(), -1);
   EXPECT_EQ(KEL_ThreadDetach(nullptr), -1);
   EXPECT_EQ(trace.Take(),
             (Lines{Error("KEL_ThreadDetach", "pthread_detach (bound) error(3)\n"),
+                   Error("KEL_ThreadDetach", "pthread_detach () error(3)\n"),
                    Error("KEL_ThreadDetachSelf", "pthread_detach (self) error(3)\n")}));
 }
 

@@ -12,6 +12,8 @@
 #include "h264_splitter.h"
 #include "probe.h"
 #include "recorder.h"
+#include "ts_builder.h"
+#include "ts_recorder.h"
 
 namespace kelstream_test {
 namespace {
@@ -142,6 +144,53 @@ TEST(FuzzTest, Adts) {
       Check<AdtsSplitter>(random.Mutate(stream), random);
 }
 
+void CheckTransportStream(const Bytes &data, Mutator &random) {
+  const size_t surveyed = random.Below(2) == 0 ? SIZE_MAX : random.Below(data.size() + 1);
+  const StreamRecorder whole = Demux(data, 0, surveyed);
+  const StreamRecorder pieces = Demux(data, 1 + random.Below(1000), surveyed);
+  ASSERT_EQ(pieces.Text(), whole.Text());
+  ASSERT_FALSE(whole.bad_size);
+  for (const auto &[number, stream] : whole.streams) {
+    ASSERT_EQ(pieces.streams.at(number).bytes, stream.bytes);
+    ASSERT_TRUE(stream.open_bytes.empty());
+    uint64_t offset = 0;
+    for (const auto &unit : stream.units) {
+      ASSERT_GE(unit.offset, offset);
+      offset = unit.offset + 1;
+      ASSERT_LE(offset, data.size());
+    }
+  }
+  kelstream::Probe(data.data(), data.size(), true);
+}
+
+TEST(FuzzTest, TransportStream) {
+  Mutator random(90);
+  TsStreamBuilder other = SampleProgramme(3);
+  other.Pat({{1, 4096}, {2, 33}}).Section(33, PmtSection(2, {{6, 300}, {0x86, 301}}, true, 5));
+  other.Payload(300,
+                Pes({.stream_id = 0xBD, .pts = 5, .dts = true, .bounded = true, .stuffing = 9},
+                    Bytes(500, 7)));
+  other.Payload(301, Bytes(300, 1));
+  const std::vector<Bytes> streams = {SampleProgramme(8).bytes(), other.bytes(),
+                                      Media("show.ts").substr(0, 188 * 60)};
+  for (int round = 0; round < 600; ++round)
+    for (const Bytes &stream : streams)
+      CheckTransportStream(random.Mutate(stream), random);
+}
+
+// Damage where it hurts: in the headers of packets.
+TEST(FuzzTest, TransportStreamHeaders) {
+  Mutator random(91);
+  const Bytes stream = SampleProgramme(8).bytes();
+  for (int round = 0; round < 1500; ++round) {
+    Bytes data = stream;
+    for (size_t count = 1 + random.Below(6); count > 0; --count)
+      data[random.Below(data.size() / 188) * 188 + random.Below(20)] =
+          static_cast<uint8_t>(random.Below(256));
+    CheckTransportStream(data, random);
+  }
+}
+
 TEST(FuzzTest, Noise) {
   Mutator random(42);
   for (int round = 0; round < 300; ++round) {
@@ -151,6 +200,7 @@ TEST(FuzzTest, Noise) {
       byte = static_cast<uint8_t>(random.Below(values) - values / 2);
     Check<H264Splitter>(noise, random);
     Check<AdtsSplitter>(noise, random);
+    CheckTransportStream(noise, random);
   }
 }
 
