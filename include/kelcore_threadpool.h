@@ -12,8 +12,11 @@
  * Surprises worth knowing:
  *  - KEL_ThreadPool_Stop collects a job, it does not end the worker. A worker
  *    whose job has ended stays busy until then.
- *  - All workers of a prefix of 14 characters or more show the same name to
- *    the system. */
+ *  - KEL_ThreadPool_Delete drops a job that its worker has not begun yet: stop
+ *    (collect) the workers first.
+ *  - The system shows 14 characters of a thread's name: with a prefix of 7 or
+ *    more ten workers share one, with 10 or more all do.
+ *  - A job returns; one that ends its thread leaves its collector waiting. */
 #ifndef KELCORE_THREADPOOL_H
 #define KELCORE_THREADPOOL_H
 
@@ -40,8 +43,8 @@ KEL_API int32_t KEL_ThreadPool_Run(KEL_THREADPOOL *pool, KEL_JOB job, void *arg)
  * whose worker has no job. */
 KEL_API int32_t KEL_ThreadPool_Stop(KEL_THREADPOOL *pool, int32_t number, int32_t *result);
 
-/* Waits for running jobs, ends the workers and releases the pool. Null is
- * ignored. */
+/* Waits for the jobs that have begun, ends the workers and releases the pool.
+ * Not to be called from a job. Null is ignored. */
 KEL_API void KEL_ThreadPool_Delete(KEL_THREADPOOL *pool);
 
 /* What a worker runs: for the pool's own use. */

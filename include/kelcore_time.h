@@ -12,8 +12,11 @@
  * Timers call back in SIGNAL CONTEXT, on whatever thread receives the signal
  * SIGRTMIN + 4: set a flag or post a semaphore, take no locks, be brief. To have
  * the callbacks on one thread, block that signal in all others. Its handler is
- * installed without SA_RESTART, so endless waits of interrupted threads come
- * back early. Traces under "keltime". */
+ * installed without SA_RESTART, at every creation of a timer, so endless waits
+ * of interrupted threads come back early and a handler of the application's own
+ * is lost. Expiries that meet a signal still pending give one callback, and an
+ * error trace with their number. Tracing takes a lock: from a callback it can
+ * stop a thread that was interrupted while it traced. Traces under "keltime". */
 #ifndef KELCORE_TIME_H
 #define KELCORE_TIME_H
 
@@ -61,7 +64,8 @@ KEL_API KEL_NODISCARD KEL_TIMER *KEL_TimerCreate(uint64_t interval, KEL_TIMER_CA
                                                  void *arg);
 
 /* Arms the timer, or arms it anew: once, or with `loop` non-zero periodically.
- * An interval of 0 and a null callback or argument keep what is stored. Returns
+ * An interval of 0 and a null callback or argument keep what is stored (an
+ * interval of 0 that is stored, too, disarms). Returns
  * 0, or timer_settime's failure; -1 for null. */
 KEL_API int32_t KEL_TimerStart(KEL_TIMER *timer, uint64_t interval, uint32_t loop,
                                KEL_TIMER_CALLBACK callback, void *arg);
@@ -69,8 +73,9 @@ KEL_API int32_t KEL_TimerStart(KEL_TIMER *timer, uint64_t interval, uint32_t loo
 /* Disarms the timer. Returns 0, or timer_settime's failure; -1 for null. */
 KEL_API int32_t KEL_TimerStop(KEL_TIMER *timer);
 
-/* Stops and releases the timer; no callback runs afterwards. Not to be called
- * from a callback. Returns 0, or the first failing call's result; -1 for null. */
+/* Stops and releases the timer, waiting for a callback that is running on
+ * another thread; no callback runs afterwards. A callback may destroy its own
+ * timer, but no other one. Returns 0, or the first failing call's result; -1 for null. */
 KEL_API int32_t KEL_TimerDestroy(KEL_TIMER *timer);
 
 /* The handler of the timer signal: `information` is a siginfo_t *. */

@@ -11,6 +11,6 @@ cmake --build "$root/build" -j "$(nproc)"
 
 if [ $# -eq 0 ]; then
   cd "$root"
-  set -- examples/media/bars.h264 examples/media/tone.aac
+  set -- examples/media/bars.h264 examples/media/show.ts examples/media/tone.aac
 fi
 exec "$root/build/kelstream" "$@"

@@ -3,6 +3,7 @@
 
 #include "kelcore_threadpool.h"
 
+#include <errno.h>
 #include <stddef.h>
 
 #include <initializer_list>
@@ -65,10 +66,13 @@ KEL_LIST_NODE *node_for(int32_t number) {
 }
 
 // Signals interrupt endless waits; a worker or collector must not take that
-// for its event.
-void wait_for(KEL_SEMA *event) {
-  while (KEL_EventWait(event, KEL_WAIT_FOREVER) != 0) {
-  }
+// for its event. False when the event cannot be waited for at all.
+bool wait_for(KEL_SEMA *event) {
+  int32_t result = 0;
+  do
+    result = KEL_EventWait(event, KEL_WAIT_FOREVER);
+  while (result == -1 && errno == EINTR);
+  return result == 0;
 }
 
 template <typename T>
@@ -96,9 +100,6 @@ bool make_parts(KEL_THREADPOOL *pool) {
 
 bool start_worker(KEL_THREADPOOL *pool, int32_t number, const char *prefix, uint32_t priority,
                   uint32_t stack_size) {
-  KEL_LIST_NODE *node = node_for(number);
-  if (node == nullptr)
-    return false;
   char name[kNameBytes];
   KEL_snprintf(name, kNameBytes, "%s_rt_%04d", prefix, number);
   Worker *worker = &pool->workers[number];
@@ -107,10 +108,11 @@ bool start_worker(KEL_THREADPOOL *pool, int32_t number, const char *prefix, uint
   set_running(worker, true);
   pool->threads[number] =
       KEL_ThreadCreate(name, priority, stack_size, KEL_ThreadPool_Routine, worker);
-  if (pool->threads[number] == nullptr) {
-    KEL_List_Node_delete(node);
+  if (pool->threads[number] == nullptr)
     return false;
-  }
+  KEL_LIST_NODE *node = node_for(number);
+  if (node == nullptr)
+    return false;
   KEL_ListAddTail(pool->idle, node);
   return true;
 }
@@ -124,19 +126,20 @@ void drop_nodes(KEL_LIST *list) {
 
 // Ends and releases one worker, as far as it was made.
 void release_worker(KEL_THREADPOOL *pool, int32_t number) {
-  if (pool->threads != nullptr && pool->threads[number] != nullptr) {
+  if (pool->threads[number] != nullptr) {
     set_running(&pool->workers[number], false);
     KEL_EventSend(pool->starts[number]);
     KEL_ThreadDelete(pool->threads[number], nullptr);
   }
   for (KEL_SEMA **events : {pool->starts, pool->dones})
-    if (events != nullptr && events[number] != nullptr)
+    if (events[number] != nullptr)
       KEL_EventDestroy(events[number]);
 }
 
 void release(KEL_THREADPOOL *pool) {
   const kel::ErrnoGuard keep_errno;
-  for (int32_t i = 0; i < pool->count; ++i)
+  // Where the last array is missing no worker has anything yet.
+  for (int32_t i = 0; pool->dones != nullptr && i < pool->count; ++i)
     release_worker(pool, i);
   for (KEL_LIST *list : {pool->idle, pool->busy}) {
     if (list == nullptr)
@@ -207,7 +210,10 @@ int32_t KEL_ThreadPool_Stop(KEL_THREADPOOL *pool, int32_t number, int32_t *resul
   KEL_ListDel(pool->busy, node);
 
   Worker *worker = &pool->workers[number];
-  wait_for(worker->done);
+  if (!wait_for(worker->done)) {
+    KEL_ListAddTail(pool->busy, node);
+    return -1;
+  }
   if (result != nullptr)
     *result = worker->result;
   KEL_ListAddTail(pool->idle, node);
@@ -222,8 +228,7 @@ void KEL_ThreadPool_Delete(KEL_THREADPOOL *pool) {
 void *KEL_ThreadPool_Routine(void *slot) {
   auto *worker = static_cast<Worker *>(slot);
   while (running(worker)) {
-    wait_for(worker->start);
-    if (!running(worker))
+    if (!wait_for(worker->start) || !running(worker))
       break;
     worker->result = worker->job(worker->arg);
     KEL_EventSend(worker->done);

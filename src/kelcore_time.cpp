@@ -52,6 +52,17 @@ int timer_signal() {
 KEL_TIMER *live_timers = nullptr;
 bool registry_taken = false;
 
+// Lets others go on. Yielding alone would never let a thread of lower priority
+// run that holds what a real-time thread waits for.
+void stand_back(int turn) {
+  constexpr int kYields = 16;
+  constexpr timespec kPause = {0, 50'000};
+  if (turn < kYields)
+    sched_yield();
+  else
+    nanosleep(&kPause, nullptr);
+}
+
 // Handlers take it too, so whoever holds it outside a handler keeps the signal
 // away from its own thread.
 class RegistryLock {
@@ -61,8 +72,9 @@ class RegistryLock {
     sigemptyset(&ours);
     sigaddset(&ours, timer_signal());
     pthread_sigmask(SIG_BLOCK, &ours, &before_);
-    while (__atomic_test_and_set(&registry_taken, __ATOMIC_ACQUIRE))
-      sched_yield();
+    const kel::ErrnoGuard keep_errno;
+    for (int turn = 0; __atomic_test_and_set(&registry_taken, __ATOMIC_ACQUIRE); ++turn)
+      stand_back(turn);
   }
   ~RegistryLock() {
     __atomic_clear(&registry_taken, __ATOMIC_RELEASE);
@@ -87,6 +99,7 @@ void enlist(KEL_TIMER *timer) {
 // Afterwards no handler finds the timer and none is in its callback but, maybe,
 // the one that is destroying it.
 void delist(KEL_TIMER *timer) {
+  const kel::ErrnoGuard keep_errno;
   {
     const RegistryLock lock;
     KEL_TIMER **link = &live_timers;
@@ -95,8 +108,8 @@ void delist(KEL_TIMER *timer) {
     *link = timer->next;
   }
   const uint32_t own = calling == timer ? 1 : 0;
-  while (__atomic_load_n(&timer->in_calls, __ATOMIC_ACQUIRE) > own)
-    sched_yield();
+  for (int turn = 0; __atomic_load_n(&timer->in_calls, __ATOMIC_ACQUIRE) > own; ++turn)
+    stand_back(turn);
   if (own != 0)
     calling = nullptr;
 }
@@ -204,6 +217,13 @@ int32_t KEL_GetlocalTime(tm *time_out) {
   return 0;
 }
 
+// The exported handler under the type that sigaction() takes: the public header
+// cannot name siginfo_t in strict C99.
+extern "C" {
+static void timer_handler(int signal, siginfo_t *information, void *context)
+    __attribute__((alias("KEL_Timer_Handler")));
+}
+
 KEL_TIMER *KEL_TimerCreate(uint64_t interval, KEL_TIMER_CALLBACK callback, void *arg) {
   KEL_TIMER *timer = KEL_ALLOC(KEL_TIMER);
   if (timer == nullptr) {
@@ -216,9 +236,7 @@ KEL_TIMER *KEL_TimerCreate(uint64_t interval, KEL_TIMER_CALLBACK callback, void 
 
   // Installed at every creation: an application may have taken the signal.
   struct sigaction action = {};
-  action.sa_sigaction = [](int signal, siginfo_t *information, void *context) {
-    KEL_Timer_Handler(signal, information, context);
-  };
+  action.sa_sigaction = timer_handler;
   action.sa_flags = SA_SIGINFO;
   sigemptyset(&action.sa_mask);
   int result = sigaction(timer_signal(), &action, nullptr);
@@ -251,7 +269,8 @@ int32_t KEL_TimerStart(KEL_TIMER *timer, uint64_t interval, uint32_t loop,
                        KEL_TIMER_CALLBACK callback, void *arg) {
   if (timer == nullptr)
     return -1;
-  trace_start("Enter", timer->id, interval, loop, callback, arg);
+  const timer_t id = timer->id;
+  trace_start("Enter", id, interval, loop, callback, arg);
   {
     const RegistryLock lock;
     timer->loop = loop;
@@ -261,15 +280,19 @@ int32_t KEL_TimerStart(KEL_TIMER *timer, uint64_t interval, uint32_t loop,
       timer->callback = callback;
     if (arg != nullptr)
       timer->arg = arg;
+    // Once it is armed its callback may run, and change or destroy the timer.
+    interval = timer->interval;
+    callback = timer->callback;
+    arg = timer->arg;
   }
   itimerspec times = {};
-  times.it_value = from_us(timer->interval);
+  times.it_value = from_us(interval);
   if (loop != 0)
     times.it_interval = times.it_value;
-  const int result = timer_settime(timer->id, 0, &times, nullptr);
+  const int result = timer_settime(id, 0, &times, nullptr);
   if (result != 0)
     TRACE_ERROR("timer_settime error ret(%d) errno(%d:%s)\n", result, errno, strerror(errno));
-  trace_start("Leave", timer->id, timer->interval, timer->loop, timer->callback, timer->arg);
+  trace_start("Leave", id, interval, loop, callback, arg);
   return result;
 }
 
@@ -293,11 +316,11 @@ int32_t KEL_TimerDestroy(KEL_TIMER *timer) {
   const int32_t stopped = KEL_TimerStop(timer);
   if (stopped != 0)
     TRACE_ERROR("KEL_TimerStop error ret(%d) errno(%d:%s)\n", stopped, errno, strerror(errno));
+  delist(timer);  // before a handler can ask for the overruns of a deleted one
   const int deleted = timer_delete(timer->id);
   if (deleted != 0)
     TRACE_ERROR("timer delete error ret(%d) errno(%d:%s)\n", deleted, errno, strerror(errno));
   const kel::ErrnoGuard keep_errno;
-  delist(timer);
   KEL_Free(timer, 0);
   return stopped != 0 ? stopped : deleted;
 }

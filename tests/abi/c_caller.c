@@ -79,6 +79,70 @@ static int parsing(void) {
   return 0;
 }
 
+static int32_t job(void *arg) {
+  return *(int *)arg;
+}
+
+static void tick(void *arg) {
+  (void)arg;
+}
+
+static int timers_and_pools(void) {
+  int value = 7;
+  int32_t result = 0;
+  KEL_TIMER *timer = KEL_TimerCreate(1000000, tick, NULL);
+  CHECK(KEL_TimerStart(timer, 0, 1, NULL, NULL) == 0 && KEL_TimerDestroy(timer) == 0);
+  KEL_THREADPOOL *pool = KEL_ThreadPool_Create("caller", 0, 0, 1);
+  int32_t worker = KEL_ThreadPool_Run(pool, job, &value);
+  CHECK(KEL_ThreadPool_Stop(pool, worker, &result) == 0 && result == 7);
+  KEL_ThreadPool_Delete(pool);
+  return 0;
+}
+
+static int processes(void) {
+  CHECK(KEL_IPCSend(NULL, NULL, 0, 0) == -22 && KEL_IPCGetMsg(NULL, NULL) == NULL);
+  CHECK(KEL_IPC_MsgGetMaxSize(NULL) == 0);
+  KEL_IPC_MsgClose(NULL);
+  KEL_ShmFree(NULL);
+  return 0;
+}
+
+static int memory(void) {
+  KEL_VMEM *heap = KEL_VMemCreate(NULL, 1 << 20);
+  void *block = KEL_VMalloc(heap, 100);
+  CHECK(block != NULL && KEL_VFree(heap, block) == 0);
+  KEL_VMemDestroy(heap);
+  KEL_BUF_PARAM param = {0};
+  KEL_BUF_DESC frame = {0};
+  param.bufsize = 1000;
+  param.minsize = 100;
+  param.number = 4;
+  KEL_BUF *frames = KELBuf_Create(&param, NULL);
+  CHECK(KELBuf_GetWBuf(frames, &frame) == 0 && frame.room == 100);
+  KELBuf_Destroy(frames);
+  return 0;
+}
+
+static int buffers(void) {
+  uint64_t value = 0;
+  uint32_t size = 0;
+  CHECK(KEL_Hash_crc32("123456789", 9) == 0xCBF43926u);
+  KEL_HASHMAP *table = KEL_Hashmap_Create(16, 0);
+  CHECK(KEL_Hashmap_Hash(table, "key", 5) >= 0);
+  CHECK(KEL_Hashmap_Get(table, "key", &value) == 0 && value == 5);
+  KEL_Hashmap_DestroyFull(table, NULL);
+  KEL_RING *ring = KELRing_Create(16);
+  CHECK(KELRing_GetWBuf(ring, &size) != NULL && size == 16);
+  CHECK(KELRing_Destroy(ring) == 0);
+  KEL_CIRCULAR *circular = KELCircular_Create(16);
+  CHECK(circular != NULL);
+  KELCircular_Destroy(circular);
+  char text[8];
+  CHECK(strcmp(KEL_strtrim("a[text]b", "[", "]", text, sizeof text), "text") == 0);
+  return 0;
+}
+
 int main(void) {
-  return runtime() || threads() || containers() || parsing();
+  return runtime() || threads() || containers() || parsing() || timers_and_pools() ||
+         processes() || memory() || buffers();
 }
