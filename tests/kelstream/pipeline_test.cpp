@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <map>
 #include <random>
@@ -99,6 +101,44 @@ TEST(StreamTableTest, ThousandsOfStreams) {
   }
   EXPECT_EQ(KEL_SMemIsReg(sizeof(Record)), 0);
   KEL_SMalloc_Deinit();
+}
+
+// The library's table stores an entry in the eleventh slot from home, and does
+// not look there.
+TEST(StreamTableTest, EntriesThatShareAHomeAreAllFound) {
+  constexpr uint32_t kSlots = 64;
+  StreamTable<Record> table("test");
+  std::vector<uint32_t> numbers;
+  for (uint32_t i = 0; numbers.size() < 20; ++i)
+    if (KEL_Hashmap_string(("stream " + std::to_string(i)).c_str(), kSlots) == 5)
+      numbers.push_back(i);
+  for (const uint32_t number : numbers) {
+    table.Add(number).value = number;
+    for (const uint32_t known : numbers) {
+      if (known > number)
+        break;
+      ASSERT_NE(table.Find(known), nullptr) << known;
+      ASSERT_EQ(table.Find(known)->value, known);
+    }
+  }
+}
+
+TEST(StagingRingTest, TheWriterWaitsForRoom) {
+  StagingRing ring;
+  std::atomic<int> written{0};
+  std::thread writer([&] {
+    while (ring.BeginWrite() != nullptr) {
+      ring.EndWrite(StagingRing::kPiece);
+      ++written;
+    }
+  });
+  constexpr int kPieces = 8;
+  while (written < kPieces)
+    std::this_thread::yield();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(written, kPieces);
+  ring.Abandon();
+  writer.join();
 }
 
 TEST(StagingRingTest, EveryByteArrivesInOrder) {

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <thread>
@@ -89,6 +90,20 @@ class PublishTest : public ProgramTest {
     mq_unlink(name.c_str());
     return true;
   }
+  // Waits until what is published fulfils a condition.
+  template <typename Condition>
+  bool AwaitTotals(Condition condition) const {
+    for (int i = 0; i < 60000; ++i) {
+      kelstream::SharedTotals *const totals = kelstream::FindTotals(name_);
+      const bool met = totals != nullptr && condition(*totals);
+      if (totals != nullptr)
+        kelstream::DetachTotals(totals);
+      if (met)
+        return true;
+      usleep(1000);
+    }
+    return false;
+  }
   // Two copies, so that what is in front of the last piece is read.
   std::string Stream() const { return show_ + show_; }
 
@@ -119,11 +134,46 @@ TEST_F(PublishTest, WatcherSeesStreamsFilesAndTotals) {
   EXPECT_FALSE(QueueIsLeft(publisher.pid()));
 }
 
+TEST_F(PublishTest, EventsWaitForAWatcher) {
+  Pipe pipe(temp_.Path("show"));
+  Program publisher({"--publish", name_, pipe.path()});
+  pipe.Write(Stream());
+  ASSERT_TRUE(AwaitTotals([](auto &totals) { return totals.events_sent == 2u; }));
+  Program watcher({"--watch", name_});
+  EXPECT_TRUE(watcher.AwaitOut("stream 1"));
+  EXPECT_TRUE(Contains(watcher.out(), "stream 0")) << watcher.out();
+  // What is told while it does not look comes, too, when all is over.
+  watcher.Signal(SIGSTOP);
+  pipe.Close();
+  EXPECT_EQ(publisher.Wait().status, 2);
+  watcher.Signal(SIGCONT);
+  EXPECT_TRUE(Contains(watcher.Wait().out, "finished: " + pipe.path() + ": damaged\ntotal: "));
+}
+
+// The oldest events give way when nobody takes them.
+TEST_F(PublishTest, NewEventsAreKept) {
+  Pipe pipe(temp_.Path("show"));
+  std::vector<std::string> arguments = {"--publish", name_};
+  for (int i = 0; i < 20; ++i)
+    arguments.push_back(MediaPath("tone.aac"));
+  arguments.push_back(pipe.path());
+  Program publisher(arguments);
+  pipe.Write(Stream());
+  ASSERT_TRUE(AwaitTotals([](auto &totals) { return totals.events_sent == 42u; }));
+  Program watcher({"--watch", name_});
+  EXPECT_TRUE(watcher.AwaitOut("stream 1, PID 257"));
+  pipe.Close();
+  const std::string out = watcher.Wait().out;
+  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 8 + 1 + 1) << out;
+}
+
 TEST_F(PublishTest, NobodyNeedsToWatch) {
   std::vector<std::string> arguments = {"--json", "--publish", name_};
   for (int i = 0; i < 30; ++i)
     arguments.push_back(MediaPath("tone.aac"));
-  const Result result = RunProgram(arguments);
+  Program publisher(arguments);
+  const Result result = publisher.Wait();
+  EXPECT_FALSE(QueueIsLeft(publisher.pid()));
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.err, "");
 }
@@ -239,19 +289,7 @@ TEST_F(PublishTest, AWatcherMayLeaveAndAnotherCome) {
     ASSERT_TRUE(watcher.AwaitOut("PID 257"));
   }
   Program watcher({"--watch", name_});
-  // Its first look at the queue comes after it took the place.
-  ASSERT_TRUE([&] {
-    for (int i = 0; i < 10000; ++i) {
-      kelstream::SharedTotals *const totals = kelstream::FindTotals(name_);
-      const bool there = totals != nullptr && totals->watcher == watcher.pid();
-      if (totals != nullptr)
-        kelstream::DetachTotals(totals);
-      if (there)
-        return true;
-      usleep(1000);
-    }
-    return false;
-  }());
+  ASSERT_TRUE(AwaitTotals([&](auto &totals) { return totals.watcher == watcher.pid(); }));
   pipe.Close();
   const Result seen = watcher.Wait();
   EXPECT_EQ(seen.status, 0) << seen.err;

@@ -47,6 +47,11 @@ TEST_F(ProgramStreamsTest, VideoCutAtOddPlaces) {
     ExpectVideo(video_.substr(0, size), 2, 1, 1, size == 4855 ? 4849 : size);
     EXPECT_TRUE(Contains(error_, size < 4853 ? "byte 741: " : "byte 4849: ")) << error_;
   }
+  // The sum covers what is counted.
+  const Result part = RunProgram({"--json", temp_.Write("cut", video_.substr(0, 4855))});
+  EXPECT_TRUE(
+      Contains(part.out, "\"bytes\":4849,\"crc32\":\"" + Sum(video_.substr(0, 4849)) + "\"}"))
+      << part.out;
   // Within coded data the cut cannot be seen.
   ExpectVideo(video_.substr(0, 4900), 0, 2, 1, 4900);
 }

@@ -171,5 +171,24 @@ TEST_F(ProgramTsTest, Frames) {
   EXPECT_EQ(RunProgram({"--json", "--frames", path}, {.out_path = "/dev/full"}).status, 1);
 }
 
+// A second field belongs to the frame that the first one began.
+TEST_F(ProgramTsTest, FramesOfTwoFields) {
+  H264Stream stream;
+  stream.sps.frame_mbs_only = false;
+  stream.Parameters();
+  stream.Slice({.nal_type = 5, .type = kI, .field = true});
+  stream.Slice({.nal_type = 5, .type = kI, .field = true, .bottom = true});
+  const size_t size = stream.size();
+  stream.Slice({.frame_num = 1, .field = true});
+  const Result result =
+      RunProgram({"--json", "--frames", temp_.Write("fields", Text(stream.bytes()))});
+  EXPECT_TRUE(Contains(
+      result.out, "{\"stream\":0,\"number\":0,\"offset\":0,\"size\":" + std::to_string(size) +
+                      ",\"key\":true,\"pts\":null},\n"
+                      "  {\"stream\":0,\"number\":1,\"offset\":" +
+                      std::to_string(size) + ","))
+      << result.out << result.err;
+}
+
 }  // namespace
 }  // namespace kelstream_test

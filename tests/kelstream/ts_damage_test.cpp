@@ -72,6 +72,16 @@ TEST_F(TsDamageTest, MissingPacket) {
          "damage 1128: PID 257: packets are missing, 1 or 17 or more\n");
 }
 
+TEST_F(TsDamageTest, MissingPacketWithinAPesPacketIsToldOnce) {
+  stream_.Payload(kSound, Pes({.bounded = true}, AdtsFrame({.payload = Bytes(500, 0x21)})));
+  stream_.Payload(kSound, Frame()).Payload(kSound, Frame());
+  Bytes data = stream_.bytes();
+  data.erase(15 * 188, 188);
+  const auto found = Demux(data);
+  EXPECT_NE(found.remarks.find("packets are missing"), std::string::npos) << found.remarks;
+  EXPECT_EQ(found.remarks.find("PES packet is cut"), std::string::npos) << found.remarks;
+}
+
 TEST_F(TsDamageTest, CutPacket) {
   // What is left of it is not believed.
   Expect(Cut(6, 100, 30), kFrames - 1,
