@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include "internal/alloc.h"
+#include "internal/checksum.h"
 #include "internal/errno_guard.h"
 #include "internal/trace.h"
 
@@ -40,30 +41,8 @@ constexpr uint32_t kDefaultSlots = 256;
 constexpr uint32_t kInsertProbes = 11;
 constexpr uint32_t kLookupProbes = 10;
 
-// ---- Checksums ----
-
-struct CrcTables {
-  uint16_t crc16[256];
-  uint32_t crc32[256];
-  constexpr CrcTables() : crc16{}, crc32{} {
-    for (uint32_t i = 0; i < 256; ++i) {
-      uint32_t high = i << 8;
-      uint32_t low = i;
-      for (int bit = 0; bit < 8; ++bit) {
-        high = (high << 1) ^ ((high & 0x8000) != 0 ? 0x1021u : 0u);
-        low = (low >> 1) ^ ((low & 1) != 0 ? 0xEDB88320u : 0u);
-      }
-      crc16[i] = static_cast<uint16_t>(high);
-      crc32[i] = low;
-    }
-  }
-};
-
-constexpr CrcTables kTables;
-constexpr const uint16_t (&KEL_crc16_tab)[256] = kTables.crc16;
-constexpr const uint32_t (&KEL_crc32_tab)[256] = kTables.crc32;
-static_assert(KEL_crc16_tab[1] == 0x1021 && KEL_crc16_tab[128] == 0x9188);
-static_assert(KEL_crc32_tab[1] == 0x77073096);
+// Below this many bytes the tables are best everywhere.
+constexpr uint32_t kShort = 64;
 
 // ---- Hash table ----
 
@@ -139,18 +118,16 @@ void clear(KEL_HASHMAP *map, Slot &slot) {
 
 uint32_t KEL_Hash_crc16(const void *data, uint32_t length) {
   const auto *bytes = static_cast<const uint8_t *>(data);
-  uint32_t r = 0;
-  for (uint32_t i = 0; i < length; ++i)
-    r = KEL_crc16_tab[(r ^ bytes[i]) & 0xFF] ^ (r >> 8);
-  return r;
+  if (length < kShort)
+    return kel::checksum::crc16_by_table(0, bytes, length);
+  return kel::checksum::best().crc16(0, bytes, length);
 }
 
 uint32_t KEL_Hash_crc32(const void *data, uint32_t length) {
   const auto *bytes = static_cast<const uint8_t *>(data);
-  uint32_t r = 0xFFFFFFFF;
-  for (uint32_t i = 0; i < length; ++i)
-    r = KEL_crc32_tab[bytes[i] ^ (r & 0xFF)] ^ (r >> 8);
-  return r ^ 0xFFFFFFFF;
+  if (length < kShort)
+    return ~kel::checksum::crc32_by_table(~0u, bytes, length);
+  return ~kel::checksum::best().crc32(~0u, bytes, length);
 }
 
 uint32_t KEL_Hashmap_string(const char *key, uint32_t size) {

@@ -73,6 +73,17 @@ TEST(HashCrc, AgreeWithTheSlowOnesForAllShortLengthsAndAlignments) {
     }
 }
 
+TEST(HashCrc, LongRuns) {
+  std::vector<uint8_t> bytes(300'000);
+  std::mt19937 random(11);
+  for (uint8_t &byte : bytes)
+    byte = static_cast<uint8_t>(random());
+  for (const uint32_t length : {64u, 1000u, 65'536u, 300'000u}) {
+    EXPECT_EQ(KEL_Hash_crc32(bytes.data(), length), SlowCrc32(bytes.data(), length));
+    EXPECT_EQ(KEL_Hash_crc16(bytes.data(), length), SlowCrc16(bytes.data(), length));
+  }
+}
+
 // ---- The string hash ----
 
 uint32_t SlowHash(const std::string &key) {

@@ -1,0 +1,108 @@
+// The checksums by tables, and the choice among all ways.
+
+#include "internal/checksum.h"
+
+#include <string.h>
+
+#include "internal/relaxed.h"
+
+namespace kel::checksum {
+
+#if defined(__x86_64__)
+extern const Way kWideWay, kFoldingWay;
+#endif
+
+namespace {
+
+constexpr size_t kSlice = 16;  // bytes taken in one step
+
+// What a byte becomes with 0 to 15 zero bytes behind it.
+struct Tables {
+  uint32_t crc32[kSlice][256];
+  uint16_t crc16[kSlice][256];
+  constexpr Tables() : crc32{}, crc16{} {
+    for (uint32_t i = 0; i < 256; ++i) {
+      uint32_t r = i;
+      for (int bit = 0; bit < 8; ++bit)
+        r = (r >> 1) ^ ((r & 1) != 0 ? 0xEDB88320u : 0u);
+      crc32[0][i] = r;
+      crc16[0][i] = static_cast<uint16_t>(crc16_entry(i));
+    }
+    for (size_t k = 1; k < kSlice; ++k)
+      for (uint32_t i = 0; i < 256; ++i) {
+        crc32[k][i] = crc32[0][crc32[k - 1][i] & 0xFF] ^ (crc32[k - 1][i] >> 8);
+        crc16[k][i] =
+            static_cast<uint16_t>(crc16[0][crc16[k - 1][i] & 0xFF] ^ (crc16[k - 1][i] >> 8));
+      }
+  }
+};
+
+constexpr Tables kTables;
+constexpr const uint16_t (&KEL_crc16_tab)[256] = kTables.crc16[0];
+constexpr const uint32_t (&KEL_crc32_tab)[256] = kTables.crc32[0];
+static_assert(KEL_crc16_tab[1] == 0x1021 && KEL_crc16_tab[128] == 0x9188);
+static_assert(KEL_crc32_tab[1] == 0x77073096);
+
+uint64_t load(const uint8_t *data) {
+  uint64_t word;
+  memcpy(&word, data, sizeof word);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+  word = __builtin_bswap64(word);
+#endif
+  return word;
+}
+
+// The sum of what the eight bytes of a word become, the first one with the most
+// bytes behind it.
+template <typename Table>
+uint32_t look_up(const Table *table, uint64_t word) {
+  // Written out: the compiler does not unroll it by itself.
+  return table[7][word & 0xFF] ^ table[6][word >> 8 & 0xFF] ^ table[5][word >> 16 & 0xFF] ^
+         table[4][word >> 24 & 0xFF] ^ table[3][word >> 32 & 0xFF] ^
+         table[2][word >> 40 & 0xFF] ^ table[1][word >> 48 & 0xFF] ^ table[0][word >> 56];
+}
+
+bool always() {
+  return true;
+}
+
+}  // namespace
+
+uint32_t crc32_by_table(uint32_t r, const uint8_t *data, size_t size) {
+  for (; size >= kSlice; data += kSlice, size -= kSlice)
+    r = look_up(kTables.crc32 + 8, load(data) ^ r) ^ look_up(kTables.crc32, load(data + 8));
+  for (; size > 0; --size)
+    r = KEL_crc32_tab[*data++ ^ (r & 0xFF)] ^ (r >> 8);
+  return r;
+}
+
+uint32_t crc16_by_table(uint32_t r, const uint8_t *data, size_t size) {
+  for (; size >= kSlice; data += kSlice, size -= kSlice)
+    r = look_up(kTables.crc16 + 8, load(data) ^ r) ^ look_up(kTables.crc16, load(data + 8));
+  for (; size > 0; --size)
+    r = KEL_crc16_tab[(r ^ *data++) & 0xFF] ^ (r >> 8);
+  return r;
+}
+
+const Way kWays[] = {
+#if defined(__x86_64__)
+    kWideWay,
+    kFoldingWay,
+#endif
+    {"tables", always, crc32_by_table, crc16_by_table},
+};
+const size_t kWayCount = sizeof kWays / sizeof kWays[0];
+
+const Way &best() {
+  static const Way *chosen = nullptr;
+  const Way *way = load_relaxed(chosen);
+  if (way == nullptr) {
+    way = kWays;
+    while (!way->usable())
+      ++way;
+    store_relaxed(chosen, way);
+  }
+  return *way;
+}
+
+}  // namespace kel::checksum

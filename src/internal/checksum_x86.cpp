@@ -1,0 +1,270 @@
+// The checksums with the instructions of x86-64 processors.
+//
+// CRC-32 folds: carry-less multiplication moves a block of bits over the blocks
+// behind it, so that four (or sixteen) blocks of 128 bits are carried along
+// until one of them is left, which the tables finish.
+//
+// The 16-bit sum is linear, but no polynomial fits its bit order. Instead every
+// byte lane of a vector has a register of its own that sees every n-th byte of
+// the data. n steps at once are a 16 x 16 bit matrix, the same for all lanes:
+// four affine transformations of bytes, or eight shuffles used as tables of
+// nibbles. At the end the lanes are summed up as if they were data.
+
+#if defined(__x86_64__)
+
+// The header of GCC 12 warns of its own deliberately undefined values.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#include <immintrin.h>
+#pragma GCC diagnostic pop
+
+#include "internal/checksum.h"
+
+namespace kel::checksum {
+
+namespace {
+
+#define KEL_FOLDING [[gnu::target("pclmul,sse4.1,avx2")]]
+#define KEL_WIDE [[gnu::target("pclmul,vpclmulqdq,avx512f,avx512bw,avx512vl,gfni,avx2,sse4.1")]]
+
+// ---- CRC-32 ----
+
+// Multipliers that move 128 bits over `bits` more, for their low and their high
+// half. The product of two reflected numbers comes out one bit too low.
+constexpr uint64_t over(uint32_t bits) {
+  return uint64_t{crc32_power(bits)} << 1;
+}
+static_assert(over(512 + 32) == 0x154442BD4 && over(128 - 32) == 0x0CCAA009E);
+struct Multipliers {
+  uint64_t low, high;
+};
+constexpr Multipliers move_over(uint32_t bits) {
+  return {over(bits + 32), over(bits - 32)};
+}
+
+KEL_FOLDING __m128i fold(__m128i block, __m128i multipliers, __m128i data) {
+  const __m128i low = _mm_clmulepi64_si128(block, multipliers, 0x00);
+  const __m128i high = _mm_clmulepi64_si128(block, multipliers, 0x11);
+  return _mm_xor_si128(_mm_xor_si128(low, high), data);
+}
+
+KEL_FOLDING __m128i load(const uint8_t *data) {
+  return _mm_loadu_si128(reinterpret_cast<const __m128i *>(data));
+}
+
+KEL_FOLDING __m128i both(Multipliers multipliers) {
+  return _mm_set_epi64x(static_cast<long long>(multipliers.high),
+                        static_cast<long long>(multipliers.low));
+}
+
+// Folds the rest of the data into one block and lets the tables finish.
+KEL_FOLDING uint32_t finish(__m128i block, const uint8_t *data, size_t size) {
+  const __m128i by_one = both(move_over(128));
+  for (; size >= 16; data += 16, size -= 16)
+    block = fold(block, by_one, load(data));
+  alignas(16) uint8_t bytes[16];
+  _mm_store_si128(reinterpret_cast<__m128i *>(bytes), block);
+  return crc32_by_table(crc32_by_table(0, bytes, sizeof bytes), data, size);
+}
+
+constexpr size_t kFoldingBytes = 64;
+
+KEL_FOLDING uint32_t crc32_folding(uint32_t r, const uint8_t *data, size_t size) {
+  if (size < kFoldingBytes)
+    return crc32_by_table(r, data, size);
+  __m128i a = _mm_xor_si128(load(data), _mm_cvtsi32_si128(static_cast<int>(r)));
+  __m128i b = load(data + 16), c = load(data + 32), d = load(data + 48);
+  const __m128i by_four = both(move_over(512));
+  for (data += 64, size -= 64; size >= 64; data += 64, size -= 64) {
+    a = fold(a, by_four, load(data));
+    b = fold(b, by_four, load(data + 16));
+    c = fold(c, by_four, load(data + 32));
+    d = fold(d, by_four, load(data + 48));
+  }
+  const __m128i by_one = both(move_over(128));
+  b = fold(a, by_one, b);
+  c = fold(b, by_one, c);
+  d = fold(c, by_one, d);
+  return finish(d, data, size);
+}
+
+KEL_WIDE __m512i fold_wide(__m512i block, __m512i multipliers, __m512i data) {
+  constexpr int kXorOfAll = 0x96;
+  return _mm512_ternarylogic_epi64(_mm512_clmulepi64_epi128(block, multipliers, 0x00),
+                                   _mm512_clmulepi64_epi128(block, multipliers, 0x11), data,
+                                   kXorOfAll);
+}
+
+KEL_WIDE __m512i load_wide(const uint8_t *data) {
+  return _mm512_loadu_si512(data);
+}
+
+KEL_WIDE uint32_t crc32_wide(uint32_t r, const uint8_t *data, size_t size) {
+  constexpr size_t kStep = 256;
+  if (size < 2 * kStep)
+    return crc32_folding(r, data, size);
+  const __m512i first = _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int>(r)));
+  __m512i a = _mm512_xor_si512(load_wide(data), first);
+  __m512i b = load_wide(data + 64), c = load_wide(data + 128), d = load_wide(data + 192);
+  const __m512i by_sixteen = _mm512_broadcast_i32x4(both(move_over(2048)));
+  for (data += kStep, size -= kStep; size >= kStep; data += kStep, size -= kStep) {
+    a = fold_wide(a, by_sixteen, load_wide(data));
+    b = fold_wide(b, by_sixteen, load_wide(data + 64));
+    c = fold_wide(c, by_sixteen, load_wide(data + 128));
+    d = fold_wide(d, by_sixteen, load_wide(data + 192));
+  }
+  const __m512i by_four = _mm512_broadcast_i32x4(both(move_over(512)));
+  b = fold_wide(a, by_four, b);
+  c = fold_wide(b, by_four, c);
+  d = fold_wide(c, by_four, d);
+  const __m128i by_one = both(move_over(128));
+  __m128i block = _mm512_extracti32x4_epi32(d, 0);
+  block = fold(block, by_one, _mm512_extracti32x4_epi32(d, 1));
+  block = fold(block, by_one, _mm512_extracti32x4_epi32(d, 2));
+  block = fold(block, by_one, _mm512_extracti32x4_epi32(d, 3));
+  return finish(block, data, size);
+}
+
+// ---- The 16-bit sum ----
+
+// The lanes' registers, low and high bytes apart, become the register of all
+// that they saw. A high byte counts like a low byte one place further on.
+template <size_t kLanes>
+uint32_t sum_lanes(const uint8_t *low, const uint8_t *high) {
+  return crc16_by_table(0, low, kLanes) ^ crc16_by_table(0, high, kLanes - 1) ^
+         high[kLanes - 1];
+}
+
+// A part of the matrix of so many steps, as tables of nibbles: what the low or
+// high nibble of a low or high byte becomes, in its low or high byte.
+struct NibbleTables {
+  alignas(16) uint8_t table[4][2][16];
+};
+constexpr NibbleTables nibble_tables(uint32_t steps) {
+  const Crc16Map map = crc16_steps(steps);
+  NibbleTables tables{};
+  for (uint32_t nibble = 0; nibble < 4; ++nibble)
+    for (uint32_t value = 0; value < 16; ++value) {
+      const uint32_t result = map(value << (4 * nibble));
+      tables.table[nibble][0][value] = static_cast<uint8_t>(result);
+      tables.table[nibble][1][value] = static_cast<uint8_t>(result >> 8);
+    }
+  return tables;
+}
+
+constexpr size_t kShuffleLanes = 128;
+constexpr NibbleTables kNibbles = nibble_tables(kShuffleLanes);
+
+KEL_FOLDING uint32_t crc16_shuffling(uint32_t r, const uint8_t *data, size_t size) {
+  constexpr size_t kVectors = kShuffleLanes / 32;
+  if (size < 4 * kShuffleLanes)
+    return crc16_by_table(r, data, size);
+  __m256i tables[4][2];
+  for (int nibble = 0; nibble < 4; ++nibble)
+    for (int half = 0; half < 2; ++half)
+      tables[nibble][half] = _mm256_broadcastsi128_si256(
+          _mm_load_si128(reinterpret_cast<const __m128i *>(kNibbles.table[nibble][half])));
+  const __m256i mask = _mm256_set1_epi8(15);
+
+  __m256i low[kVectors] = {}, high[kVectors] = {};
+  // Before the first byte the register is data that lies behind none.
+  low[0] = _mm256_zextsi128_si256(_mm_cvtsi32_si128(static_cast<int>(r)));
+  for (size_t i = 0; i < kVectors; ++i)
+    low[i] = _mm256_xor_si256(low[i],
+                              _mm256_loadu_si256(reinterpret_cast<const __m256i *>(data) + i));
+  for (data += kShuffleLanes, size -= kShuffleLanes; size >= kShuffleLanes;
+       data += kShuffleLanes, size -= kShuffleLanes) {
+    for (size_t i = 0; i < kVectors; ++i) {
+      const __m256i nibbles[4] = {
+          _mm256_and_si256(low[i], mask),
+          _mm256_and_si256(_mm256_srli_epi16(low[i], 4), mask),
+          _mm256_and_si256(high[i], mask),
+          _mm256_and_si256(_mm256_srli_epi16(high[i], 4), mask),
+      };
+      __m256i next_low = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(data) + i);
+      __m256i next_high = _mm256_setzero_si256();
+      for (int nibble = 0; nibble < 4; ++nibble) {
+        next_low =
+            _mm256_xor_si256(next_low, _mm256_shuffle_epi8(tables[nibble][0], nibbles[nibble]));
+        next_high = _mm256_xor_si256(next_high,
+                                     _mm256_shuffle_epi8(tables[nibble][1], nibbles[nibble]));
+      }
+      low[i] = next_low;
+      high[i] = next_high;
+    }
+  }
+  return crc16_by_table(sum_lanes<kShuffleLanes>(reinterpret_cast<const uint8_t *>(low),
+                                                 reinterpret_cast<const uint8_t *>(high)),
+                        data, size);
+}
+
+// A part of the matrix of so many steps, as an affine transformation takes it:
+// byte 7 - i holds the bits of the source that make up bit i of the result.
+constexpr long long matrix(const Crc16Map &map, int from, int to) {
+  uint64_t rows = 0;
+  for (int i = 0; i < 8; ++i)
+    for (int j = 0; j < 8; ++j)
+      if ((map.of_bit[from + j] >> (to + i) & 1) != 0)
+        rows |= uint64_t{1} << (8 * (7 - i) + j);
+  return static_cast<long long>(rows);
+}
+
+constexpr size_t kAffineLanes = 256;
+constexpr Crc16Map kAffineSteps = crc16_steps(kAffineLanes);
+constexpr long long kLowToLow = matrix(kAffineSteps, 0, 0);
+constexpr long long kLowToHigh = matrix(kAffineSteps, 0, 8);
+constexpr long long kHighToLow = matrix(kAffineSteps, 8, 0);
+constexpr long long kHighToHigh = matrix(kAffineSteps, 8, 8);
+
+KEL_WIDE uint32_t crc16_affine(uint32_t r, const uint8_t *data, size_t size) {
+  constexpr size_t kVectors = kAffineLanes / 64;
+  if (size < 4 * kAffineLanes)
+    return crc16_shuffling(r, data, size);
+  const __m512i low_to_low = _mm512_set1_epi64(kLowToLow);
+  const __m512i low_to_high = _mm512_set1_epi64(kLowToHigh);
+  const __m512i high_to_low = _mm512_set1_epi64(kHighToLow);
+  const __m512i high_to_high = _mm512_set1_epi64(kHighToHigh);
+
+  __m512i low[kVectors] = {}, high[kVectors] = {};
+  low[0] = _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int>(r)));
+  for (size_t i = 0; i < kVectors; ++i)
+    low[i] = _mm512_xor_si512(low[i], load_wide(data + 64 * i));
+  for (data += kAffineLanes, size -= kAffineLanes; size >= kAffineLanes;
+       data += kAffineLanes, size -= kAffineLanes) {
+    constexpr int kXorOfAll = 0x96;
+    for (size_t i = 0; i < kVectors; ++i) {
+      const __m512i next_low =
+          _mm512_ternarylogic_epi64(_mm512_gf2p8affine_epi64_epi8(low[i], low_to_low, 0),
+                                    _mm512_gf2p8affine_epi64_epi8(high[i], high_to_low, 0),
+                                    load_wide(data + 64 * i), kXorOfAll);
+      high[i] = _mm512_xor_si512(_mm512_gf2p8affine_epi64_epi8(low[i], low_to_high, 0),
+                                 _mm512_gf2p8affine_epi64_epi8(high[i], high_to_high, 0));
+      low[i] = next_low;
+    }
+  }
+  return crc16_by_table(sum_lanes<kAffineLanes>(reinterpret_cast<const uint8_t *>(low),
+                                                reinterpret_cast<const uint8_t *>(high)),
+                        data, size);
+}
+
+bool has_folding() {
+  return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1") &&
+         __builtin_cpu_supports("avx2");
+}
+
+bool has_wide() {
+  return has_folding() && __builtin_cpu_supports("vpclmulqdq") &&
+         __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("gfni");
+}
+
+}  // namespace
+
+extern const Way kWideWay, kFoldingWay;
+const Way kWideWay = {"wide", has_wide, crc32_wide, crc16_affine};
+const Way kFoldingWay = {"folding", has_folding, crc32_folding, crc16_shuffling};
+
+}  // namespace kel::checksum
+
+#endif
