@@ -33,7 +33,7 @@ KEL_API char *KEL_FourCC_String(uint32_t code, char *buffer);
  * `open` in `text` and the last `close` behind it, cut to size - 1 characters.
  * A delimiter that is missing counts as the beginning or the end of the text.
  * Only one character of `open` is skipped, however long it is. Returns `to`;
- * null when any pointer is null. */
+ * null when any pointer is null or `size` is 0. */
 KEL_API char *KEL_strtrim(const char *text, const char *open, const char *close, char *to,
                           uint32_t size);
 

@@ -222,8 +222,9 @@ void note_usage(const KEL_BUF *buf, int64_t remain) {
   uint32_t percent = 0;
   if (buf->bufsize != 0) {
     const int64_t used = int64_t{buf->bufsize} + buf->minsize - remain;
-    percent = static_cast<uint32_t>(static_cast<float>(used) /
-                                    static_cast<float>(buf->bufsize) * 100.0F);
+    // By way of 64 bits: frames committed at odd places make it negative.
+    percent = static_cast<uint32_t>(static_cast<int64_t>(
+        static_cast<float>(used) / static_cast<float>(buf->bufsize) * 100.0F));
   }
   if (buf->media == 1 && buf->index < kIndexedMedia)
     store_relaxed(usage_table.media1[buf->index], percent);

@@ -48,7 +48,7 @@ char *KEL_FourCC_String(uint32_t code, char *buffer) {
 
 char *KEL_strtrim(const char *text, const char *open, const char *close, char *to,
                   uint32_t size) {
-  if (text == nullptr || open == nullptr || close == nullptr || to == nullptr)
+  if (text == nullptr || open == nullptr || close == nullptr || to == nullptr || size == 0)
     return nullptr;
   // One character is skipped whatever the delimiter's length: configuration
   // files rely on what a longer one leaves behind.

@@ -163,7 +163,8 @@ Header *allocHeapBlock(KEL_VMEM *heap, Header *header, uint32_t asize) {
     TRACE_ERROR("checkBlockHeader failed\n");
   if (header->allocated != 0)
     return nullptr;
-  if (header->size < need) {
+  // The sum of a huge request would wrap around to a small one.
+  if (header->size < uint64_t{asize} + kHeaderBytes) {
     TRACE_DEBUG("small blksize(%d) need(%d). move to next\n", shown(header->size), shown(need));
     return nullptr;
   }

@@ -112,6 +112,7 @@ TEST(StringTrimNull, NeedsAllFourPointers) {
   EXPECT_EQ(KEL_strtrim("t", nullptr, "b", to, 4), nullptr);
   EXPECT_EQ(KEL_strtrim("t", "a", nullptr, to, 4), nullptr);
   EXPECT_EQ(KEL_strtrim("t", "a", "b", nullptr, 4), nullptr);
+  EXPECT_EQ(KEL_strtrim("t", "a", "b", to, 0), nullptr);
 }
 
 TEST(String, NeverTraces) {

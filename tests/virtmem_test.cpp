@@ -512,6 +512,18 @@ TEST_F(Heap, ReallocElsewhereCopiesToTheHeader) {
   EXPECT_STREQ(moved, "contents") << "over the header itself";
 }
 
+// Each reallocation in place counts its header twice: the free count ends up
+// below nothing, which reads as nearly 4 GiB.
+TEST_F(Heap, AHugeRequestIsRefusedWhateverTheCountSays) {
+  void *data = KEL_VMalloc(heap, 100);
+  ASSERT_NE(data, nullptr);
+  constexpr uint32_t kHuge = 0xFFFFFFC8;  // with its header: 0 in 32 bits
+  for (int i = 0; i < 100000 && KEL_VGetFree(heap) < kHuge; ++i)
+    ASSERT_NE(KEL_VReAlloc(heap, data, 1), nullptr);
+  ASSERT_GE(KEL_VGetFree(heap), kHuge);
+  EXPECT_EQ(KEL_VMalloc(heap, kHuge), nullptr);
+}
+
 TEST_F(Heap, ReallocThatFindsNothingGivesNull) {
   void *data = Alloc(300);
   ASSERT_NE(Alloc(300), nullptr);
