@@ -18,7 +18,7 @@ namespace kelstream {
 namespace {
 
 // What a file is must show in its first bytes.
-constexpr size_t kProbeSize = 256 * 1024;
+constexpr size_t kProbeSize = size_t{256} * 1024;
 static_assert(kProbeSize <= StagingRing::kMaxWanted);
 
 }  // namespace

@@ -38,7 +38,7 @@ class StagingRing {
     size_t size;
     bool whole;
   };
-  static constexpr size_t kMaxWanted = 4 * kPiece;
+  static constexpr size_t kMaxWanted = size_t{4} * kPiece;
   View Read(size_t wanted);
   // The first bytes of what was read are done with, and may move.
   void Release(size_t count);
