@@ -223,6 +223,19 @@ TEST_F(Timer, CreationStoresTheArgument) {
   KEL_TimerDestroy(other);
 }
 
+TEST_F(Timer, LeaveShowsWhatIsStored) {
+  int arg = 0;
+  KEL_TIMER *other = KEL_TimerCreate(2000, Fire, &arg);
+  faults::timer_settime.Fail(0, 0);
+  TraceCapture trace("keltime:3");
+  KEL_TimerStart(other, 0, 3, nullptr, nullptr);
+  EXPECT_EQ(trace.Take().back(),
+            Line("DEBUG", "KEL_TimerStart",
+                 Format("Leave. timerid(%d) itv(2000) loop(3) fuc(%p) arg(%p)\n", IdOf(other),
+                        reinterpret_cast<void *>(Fire), static_cast<void *>(&arg))));
+  KEL_TimerDestroy(other);
+}
+
 // What a callback changes while the timer is being armed is not what was armed.
 TEST_F(Timer, LeaveShowsWhatWasArmed) {
   TraceCapture trace("keltime:3");
