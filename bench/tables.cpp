@@ -24,7 +24,7 @@ static const std::vector<std::string> keys = make_keys("stream/");
 static const std::vector<std::string> others = make_keys("nothing/");
 
 static KEL_HASHMAP *kelcore_table() {
-  KEL_HASHMAP *table = KEL_Hashmap_Create(4 * kKeys, 0);
+  KEL_HASHMAP *table = KEL_Hashmap_Create(4096, 0);
   for (int i = 0; i < kKeys; ++i)
     KEL_Hashmap_Hash(table, keys[static_cast<size_t>(i)].c_str(), static_cast<uint64_t>(i));
   return table;

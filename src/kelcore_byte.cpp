@@ -37,15 +37,24 @@ bool at_end(const KEL_BYTE *reader, uint32_t *end) {
   return ended;
 }
 
-// Assembles from single bytes, so that alignment and the machine's byte order
-// do not matter; compilers make one load of it.
+// The value of `Width` bytes at any address, in either order. Written as one
+// load and a swap, which compilers do not always make of single bytes.
 template <typename T, std::endian Order, uint32_t Width = sizeof(T)>
 T assemble(const uint8_t *bytes) {
   std::make_unsigned_t<T> value = 0;
-  for (uint32_t i = 0; i < Width; ++i) {
-    const uint32_t shift = 8 * (Order == std::endian::little ? i : Width - 1 - i);
-    value = static_cast<std::make_unsigned_t<T>>(
-        value | (static_cast<std::make_unsigned_t<T>>(bytes[i]) << shift));
+  if constexpr (Width == sizeof(T)) {
+    memcpy(&value, bytes, Width);
+    if constexpr (Order != std::endian::native && Width == 2)
+      value = __builtin_bswap16(value);
+    else if constexpr (Order != std::endian::native && Width == 4)
+      value = __builtin_bswap32(value);
+    else if constexpr (Order != std::endian::native && Width == 8)
+      value = __builtin_bswap64(value);
+  } else {
+    for (uint32_t i = 0; i < Width; ++i) {
+      const uint32_t shift = 8 * (Order == std::endian::little ? i : Width - 1 - i);
+      value |= static_cast<std::make_unsigned_t<T>>(bytes[i]) << shift;
+    }
   }
   return static_cast<T>(value);
 }
@@ -54,11 +63,16 @@ T assemble(const uint8_t *bytes) {
 // what follows, for buffers with slack.
 template <typename T, std::endian Order, Move M, uint32_t Width = sizeof(T)>
 T read_integer(KEL_BYTE *reader, uint32_t *end) {
-  if (at_end(reader, end))
+  const uint32_t pos = reader->pos;
+  if (__builtin_expect(pos >= reader->size, 0)) {
+    report(end, 1);
     return 0;
-  const T value = assemble<T, Order, Width>(reader->data + reader->pos);
+  }
+  const T value = assemble<T, Order, Width>(reader->data + pos);
+  // Before the flag is written: it might be thought to change the reader.
   if constexpr (M == Move::kGet)
-    reader->pos += Width;
+    reader->pos = pos + Width;
+  report(end, 0);
   return value;
 }
 

@@ -86,7 +86,8 @@ int32_t KELCircular_Push(KEL_CIRCULAR *buffer, const void *from, uint32_t count)
   const uint32_t room = buffer->size - buffer->wr;
   const uint32_t first = room > count ? count : room;
   memcpy(buffer->buf + buffer->wr, bytes, first);
-  memcpy(buffer->buf, bytes + first, count - first);
+  if (first < count)
+    memcpy(buffer->buf, bytes + first, count - first);
   buffer->fill += count;
   buffer->wr = advanced(buffer, buffer->wr, count);
   return 0;
@@ -106,7 +107,8 @@ int32_t KELCircular_Pop(KEL_CIRCULAR *buffer, void *to, uint32_t count) {
   const uint32_t tail = buffer->size - buffer->rd;
   const uint32_t first = tail > count ? count : tail;
   memcpy(bytes, buffer->buf + buffer->rd, first);
-  memcpy(bytes + first, buffer->buf, count - first);
+  if (first < count)
+    memcpy(bytes + first, buffer->buf, count - first);
   buffer->rd = advanced(buffer, buffer->rd, count);
   buffer->fill -= count;
   return 0;

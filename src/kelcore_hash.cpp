@@ -20,6 +20,8 @@ struct Slot {
   char *key;  // from strdup; null in a free slot and for a null key
   uint64_t value;
   uint8_t used;
+  // In what would be padding: keys are compared only where their hashes agree.
+  uint32_t hash;
 };
 
 }  // namespace
@@ -29,6 +31,9 @@ struct KEL_HASHMAP {
   uint32_t count;
   Slot *table;
   uint8_t expandable;
+  // Whether slots were freed since the table was empty: until then every slot
+  // between an entry and its home is taken, and a free one ends a search.
+  uint8_t has_holes;
 };
 
 namespace {
@@ -42,7 +47,7 @@ constexpr uint32_t kInsertProbes = 11;
 constexpr uint32_t kLookupProbes = 10;
 
 // Below this many bytes the tables are best everywhere.
-constexpr uint32_t kShort = 64;
+constexpr uint32_t kShort = 32;
 
 // ---- Hash table ----
 
@@ -50,17 +55,51 @@ uint32_t next_slot(const KEL_HASHMAP *map, uint32_t slot) {
   return slot + 1 < map->size ? slot + 1 : 0;
 }
 
+uint32_t crc32_of(const void *data, uint32_t length) {
+  const auto *bytes = static_cast<const uint8_t *>(data);
+  if (length < kShort)
+    return ~kel::checksum::crc32_by_table(~0u, bytes, length);
+  return ~kel::checksum::best().crc32(~0u, bytes, length);
+}
+
+uint32_t hash_of(const char *key) {
+  if (key == nullptr)
+    return 0;
+  uint32_t h = crc32_of(key, static_cast<uint32_t>(strlen(key)));
+  h *= 4097;
+  h ^= h >> 22;
+  h *= 17;
+  h ^= h >> 9;
+  h *= 1025;
+  h ^= h >> 2;
+  h *= 129;
+  h ^= h >> 12;
+  return (h >> 3) * 0x9E3779B1;
+}
+
+// A division costs more than all the rest of a lookup.
+uint32_t home(uint32_t hash, uint32_t size) {
+  return (size & (size - 1)) == 0 ? hash & (size - 1) : hash % size;
+}
+
 // An entry with a null key is never equal to anything.
-bool holds(const Slot &slot, const char *key) {
-  return slot.used != 0 && slot.key != nullptr && key != nullptr && strcmp(slot.key, key) == 0;
+bool holds(const Slot &slot, uint32_t hash, const char *key) {
+  return slot.hash == hash && slot.used != 0 && slot.key != nullptr &&
+         strcmp(slot.key, key) == 0;
 }
 
 Slot *find(const KEL_HASHMAP *map, const char *key) {
-  uint32_t at = KEL_Hashmap_string(key, map->size);
-  // Free slots do not end a search: deletions leave holes.
-  for (uint32_t probe = 0; probe < kLookupProbes; ++probe, at = next_slot(map, at))
-    if (holds(map->table[at], key))
-      return &map->table[at];
+  if (key == nullptr)
+    return nullptr;
+  const uint32_t hash = hash_of(key);
+  uint32_t at = home(hash, map->size);
+  for (uint32_t probe = 0; probe < kLookupProbes; ++probe, at = next_slot(map, at)) {
+    Slot &slot = map->table[at];
+    if (holds(slot, hash, key))
+      return &slot;
+    if (slot.used == 0 && map->has_holes == 0)
+      return nullptr;
+  }
   return nullptr;
 }
 
@@ -92,6 +131,7 @@ int32_t kelhashmap_resize(KEL_HASHMAP *map) {
   map->size = old_size * 2;
   map->count = 0;
   map->table = table;
+  map->has_holes = 0;
   for (uint32_t i = 0; i < old_size; ++i)
     if (old_table[i].used != 0 &&
         KEL_Hashmap_Hash(map, old_table[i].key, old_table[i].value) < 0)
@@ -100,8 +140,8 @@ int32_t kelhashmap_resize(KEL_HASHMAP *map) {
   return 0;
 }
 
-Slot *free_slot(const KEL_HASHMAP *map, const char *key) {
-  uint32_t at = KEL_Hashmap_string(key, map->size);
+Slot *free_slot(const KEL_HASHMAP *map, uint32_t hash) {
+  uint32_t at = home(hash, map->size);
   for (uint32_t probe = 0; probe < kInsertProbes; ++probe, at = next_slot(map, at))
     if (map->table[at].used == 0)
       return &map->table[at];
@@ -124,24 +164,12 @@ uint32_t KEL_Hash_crc16(const void *data, uint32_t length) {
 }
 
 uint32_t KEL_Hash_crc32(const void *data, uint32_t length) {
-  const auto *bytes = static_cast<const uint8_t *>(data);
-  if (length < kShort)
-    return ~kel::checksum::crc32_by_table(~0u, bytes, length);
-  return ~kel::checksum::best().crc32(~0u, bytes, length);
+  return crc32_of(data, length);
 }
 
 uint32_t KEL_Hashmap_string(const char *key, uint32_t size) {
-  uint32_t h = key != nullptr ? KEL_Hash_crc32(key, static_cast<uint32_t>(strlen(key))) : 0;
-  h *= 4097;
-  h ^= h >> 22;
-  h *= 17;
-  h ^= h >> 9;
-  h *= 1025;
-  h ^= h >> 2;
-  h *= 129;
-  h ^= h >> 12;
-  h = (h >> 3) * 0x9E3779B1;
-  return size != 0 ? h % size : h;
+  const uint32_t hash = hash_of(key);
+  return size != 0 ? home(hash, size) : hash;
 }
 
 KEL_HASHMAP *KEL_Hashmap_Create(uint32_t size, uint8_t expandable) {
@@ -187,20 +215,22 @@ int32_t KEL_Hashmap_Hash(KEL_HASHMAP *map, const char *key, uint64_t value) {
     trace_rehash_failed();
     return -1;
   }
-  Slot *slot = free_slot(map, key);
+  const uint32_t hash = hash_of(key);
+  Slot *slot = free_slot(map, hash);
   if (slot == nullptr) {
     // All places in reach are taken: one growth more spreads them.
     if (kelhashmap_resize(map) != 0) {
       trace_rehash_failed();
       return -1;
     }
-    slot = free_slot(map, key);
+    slot = free_slot(map, hash);
     if (slot == nullptr) {
       TRACE_ERROR("already rehash done. failed.\n");
       return -1;
     }
   }
   slot->value = value;
+  slot->hash = hash;
   slot->used = 1;
   slot->key = key != nullptr ? strdup(key) : nullptr;
   ++map->count;
@@ -223,6 +253,7 @@ int32_t KEL_Hashmap_Del(KEL_HASHMAP *map, const char *key) {
     return -1;
   }
   clear(map, *slot);
+  map->has_holes = 1;
   return 0;
 }
 
@@ -230,6 +261,7 @@ int32_t KEL_Hashmap_reset(KEL_HASHMAP *map) {
   for (uint32_t i = 0; i < map->size; ++i)
     if (map->table[i].used != 0)
       clear(map, map->table[i]);
+  map->has_holes = 0;
   TRACE_INFO("remain size(%d) tblsize(%d)\n", static_cast<int32_t>(map->count),
              static_cast<int32_t>(map->size));
   return 0;

@@ -23,12 +23,16 @@ char *KEL_strrstr(const char *text, const char *pattern) {
   const size_t pattern_length = strlen(pattern);
   if (pattern_length > text_length)
     return nullptr;
-  for (const char *at = text + (text_length - pattern_length);; --at) {
+  // From the last place where it could begin, from one occurrence of its first
+  // character to the one before.
+  size_t places = text_length - pattern_length + 1;
+  while (const void *found = memrchr(text, *pattern, places)) {
+    const auto *at = static_cast<const char *>(found);
     if (memcmp(at, pattern, pattern_length) == 0)
       return const_cast<char *>(at);
-    if (at == text)
-      return nullptr;
+    places = static_cast<size_t>(at - text);
   }
+  return nullptr;
 }
 
 int32_t KEL_snprintf(char *to, int32_t size, const char *format, ...) {

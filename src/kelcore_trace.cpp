@@ -83,6 +83,58 @@ struct Position {
   const char *func;
 };
 
+// Writes texts one behind the other, as far as they fit in a line.
+class LineWriter {
+ public:
+  explicit LineWriter(char *line) : begin_(line), at_(line) {}
+
+  LineWriter &operator<<(const char *text) {
+    if (text == nullptr)
+      text = "(null)";
+    return append(text, strlen(text));
+  }
+  // At least `digits` of them.
+  LineWriter &number(uint64_t value, int digits) {
+    char text[20];
+    char *first = text + sizeof text;
+    for (; value != 0 || digits > 0; value /= 10, --digits)
+      *--first = static_cast<char>('0' + value % 10);
+    return append(first, static_cast<size_t>(text + sizeof text - first));
+  }
+  // Ends the line; returns its length, kLineBytes when nothing more fits.
+  size_t finish() {
+    *at_ = '\0';
+    const auto length = static_cast<size_t>(at_ - begin_);
+    return length < kLineBytes - 1 ? length : kLineBytes;
+  }
+
+ private:
+  LineWriter &append(const char *text, size_t length) {
+    const size_t room = kLineBytes - 1 - static_cast<size_t>(at_ - begin_);
+    if (length > room)
+      length = room;
+    memcpy(at_, text, length);
+    at_ += length;
+    return *this;
+  }
+
+  char *begin_;
+  char *at_;
+};
+
+// "%011llu %s:[%s] %s:%d (%s) : " by hand: half of what a line costs otherwise.
+size_t write_prefix(char *line, uint64_t tick, int32_t level, const char *module,
+                    const Position &at) {
+  LineWriter writer(line);
+  writer.number(tick, 11) << " " << level_name(level) << ":[" << module << "] " << at.file
+                          << ":";
+  if (at.line < 0)
+    writer << "-";
+  const auto magnitude = static_cast<uint32_t>(at.line);
+  writer.number(at.line < 0 ? 0 - magnitude : magnitude, 1) << " (" << at.func << ") : ";
+  return writer.finish();
+}
+
 // Filters and, under the lock, begins the line in the next history buffer.
 // Returns null when the line is not to be printed.
 char *begin_line(const char *module, int32_t level, const Position &at, size_t *length) {
@@ -96,10 +148,7 @@ char *begin_line(const char *module, int32_t level, const Position &at, size_t *
   if (admits(module, level)) {
     const int64_t number = __atomic_add_fetch(&lines_formatted, 1, __ATOMIC_SEQ_CST);
     buffer = history[number % kHistoryLines];
-    const int prefix = snprintf(buffer, kLineBytes, "%011llu %s:[%s] %s:%d (%s) : ",
-                                static_cast<unsigned long long>(KEL_GetSystemTick()),
-                                level_name(level), module, at.file, at.line, at.func);
-    *length = prefix > 0 ? static_cast<size_t>(prefix) : 0;
+    *length = write_prefix(buffer, KEL_GetSystemTick(), level, module, at);
   }
 
   if (locked)

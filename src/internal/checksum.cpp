@@ -4,6 +4,8 @@
 
 #include <string.h>
 
+#include <bit>
+
 #include "internal/relaxed.h"
 
 namespace kel::checksum {
@@ -39,23 +41,24 @@ struct Tables {
 
 constexpr Tables kTables;
 constexpr const uint16_t (&KEL_crc16_tab)[256] = kTables.crc16[0];
-constexpr const uint32_t (&KEL_crc32_tab)[256] = kTables.crc32[0];
+[[maybe_unused]] constexpr const uint32_t (&KEL_crc32_tab)[256] = kTables.crc32[0];
 static_assert(KEL_crc16_tab[1] == 0x1021 && KEL_crc16_tab[128] == 0x9188);
 static_assert(KEL_crc32_tab[1] == 0x77073096);
+
+uint32_t little(uint32_t word) {
+  return std::endian::native == std::endian::little ? word : __builtin_bswap32(word);
+}
 
 uint64_t load(const uint8_t *data) {
   uint64_t word;
   memcpy(&word, data, sizeof word);
-#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  word = __builtin_bswap64(word);
-#endif
-  return word;
+  return std::endian::native == std::endian::little ? word : __builtin_bswap64(word);
 }
 
 // The sum of what the eight bytes of a word become, the first one with the most
 // bytes behind it.
 template <typename Table>
-uint32_t look_up(const Table *table, uint64_t word) {
+[[gnu::always_inline]] inline uint32_t look_up(const Table *table, uint64_t word) {
   // Written out: the compiler does not unroll it by itself.
   return table[7][word & 0xFF] ^ table[6][word >> 8 & 0xFF] ^ table[5][word >> 16 & 0xFF] ^
          table[4][word >> 24 & 0xFF] ^ table[3][word >> 32 & 0xFF] ^
@@ -71,14 +74,44 @@ bool always() {
 uint32_t crc32_by_table(uint32_t r, const uint8_t *data, size_t size) {
   for (; size >= kSlice; data += kSlice, size -= kSlice)
     r = look_up(kTables.crc32 + 8, load(data) ^ r) ^ look_up(kTables.crc32, load(data + 8));
-  for (; size > 0; --size)
-    r = KEL_crc32_tab[*data++ ^ (r & 0xFF)] ^ (r >> 8);
-  return r;
+  if (size >= 8) {
+    r = look_up(kTables.crc32, load(data) ^ r);
+    data += 8;
+    size -= 8;
+  }
+  const auto &table = kTables.crc32;
+  if (size >= 4) {
+    uint32_t word;
+    memcpy(&word, data, sizeof word);
+    word = little(word) ^ r;
+    r = table[3][word & 0xFF] ^ table[2][word >> 8 & 0xFF] ^ table[1][word >> 16 & 0xFF] ^
+        table[0][word >> 24];
+    data += 4;
+    size -= 4;
+  }
+  // What is left goes side by side, too, rather than byte after byte: short keys
+  // are hashed with this.
+  switch (size) {
+    case 3:
+      return table[2][(r ^ data[0]) & 0xFF] ^ table[1][(r >> 8 ^ data[1]) & 0xFF] ^
+             table[0][(r >> 16 ^ data[2]) & 0xFF] ^ r >> 24;
+    case 2:
+      return table[1][(r ^ data[0]) & 0xFF] ^ table[0][(r >> 8 ^ data[1]) & 0xFF] ^ r >> 16;
+    case 1:
+      return table[0][(r ^ data[0]) & 0xFF] ^ r >> 8;
+    default:
+      return r;
+  }
 }
 
 uint32_t crc16_by_table(uint32_t r, const uint8_t *data, size_t size) {
   for (; size >= kSlice; data += kSlice, size -= kSlice)
     r = look_up(kTables.crc16 + 8, load(data) ^ r) ^ look_up(kTables.crc16, load(data + 8));
+  if (size >= 8) {
+    r = look_up(kTables.crc16, load(data) ^ r);
+    data += 8;
+    size -= 8;
+  }
   for (; size > 0; --size)
     r = KEL_crc16_tab[(r ^ *data++) & 0xFF] ^ (r >> 8);
   return r;

@@ -60,22 +60,42 @@ KEL_FOLDING __m128i both(Multipliers multipliers) {
                         static_cast<long long>(multipliers.low));
 }
 
-// Folds the rest of the data into one block and lets the tables finish.
+// Divides what 128 bits stand for, with 32 zeros behind them: first down to 64
+// bits, then the quotient by the polynomial's inverse gives the remainder.
+constexpr uint64_t kPolynomial = 0x1DB710641;
+constexpr uint64_t kInverse = 0x1F7011641;
+
+KEL_FOLDING uint32_t reduce(__m128i block) {
+  const __m128i low_half = _mm_set_epi32(0, 0, -1, -1), low_word = _mm_set_epi32(0, 0, 0, -1);
+  const __m128i to_64 =
+      _mm_set_epi64x(static_cast<long long>(over(64)), static_cast<long long>(over(96)));
+  block = _mm_xor_si128(_mm_clmulepi64_si128(block, to_64, 0x00), _mm_srli_si128(block, 8));
+  block = _mm_xor_si128(_mm_clmulepi64_si128(_mm_and_si128(block, low_word), to_64, 0x10),
+                        _mm_srli_si128(block, 4));
+  block = _mm_and_si128(block, _mm_or_si128(low_half, _mm_slli_si128(low_word, 8)));
+  const __m128i division =
+      _mm_set_epi64x(static_cast<long long>(kInverse), static_cast<long long>(kPolynomial));
+  __m128i quotient = _mm_clmulepi64_si128(_mm_and_si128(block, low_word), division, 0x10);
+  quotient = _mm_clmulepi64_si128(_mm_and_si128(quotient, low_word), division, 0x00);
+  return static_cast<uint32_t>(_mm_extract_epi32(_mm_xor_si128(block, quotient), 1));
+}
+
+// Folds the rest of the data into one block and divides.
 KEL_FOLDING uint32_t finish(__m128i block, const uint8_t *data, size_t size) {
   const __m128i by_one = both(move_over(128));
   for (; size >= 16; data += 16, size -= 16)
     block = fold(block, by_one, load(data));
-  alignas(16) uint8_t bytes[16];
-  _mm_store_si128(reinterpret_cast<__m128i *>(bytes), block);
-  return crc32_by_table(crc32_by_table(0, bytes, sizeof bytes), data, size);
+  return crc32_by_table(reduce(block), data, size);
 }
 
-constexpr size_t kFoldingBytes = 64;
+constexpr size_t kFoldingBytes = 16;
 
 KEL_FOLDING uint32_t crc32_folding(uint32_t r, const uint8_t *data, size_t size) {
   if (size < kFoldingBytes)
     return crc32_by_table(r, data, size);
   __m128i a = _mm_xor_si128(load(data), _mm_cvtsi32_si128(static_cast<int>(r)));
+  if (size < 64)
+    return finish(a, data + 16, size - 16);
   __m128i b = load(data + 16), c = load(data + 32), d = load(data + 48);
   const __m128i by_four = both(move_over(512));
   for (data += 64, size -= 64; size >= 64; data += 64, size -= 64) {
