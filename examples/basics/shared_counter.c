@@ -14,16 +14,12 @@ static int *open_counter(uint8_t *created) {
   return KEL_ShmMalloc(segment_name, sizeof(int), created, __FILE__, __LINE__, __func__);
 }
 
-static void count(int *counter) {
-  KEL_SEMA *lock = KEL_SemaCreate(lock_name, 1); /* made by the first, opened by the others */
-  REQUIRE(lock != NULL);
+static void count(int *counter, KEL_SEMA *lock) {
   for (int i = 0; i < 1000; ++i) {
     REQUIRE(KEL_SemaGet(lock, KEL_WAIT_FOREVER) == 0);
     ++*counter;
     KEL_SemaPut(lock);
   }
-  /* Destroying would take the name from the one that has not opened it yet:
-   * the process ends, and the parent removes it. */
 }
 
 int main(void) {
@@ -45,14 +41,17 @@ int main(void) {
   const pid_t pid = fork();
   if (pid == 0) {
     uint8_t again = 1;
-    int *mine = open_counter(&again); /* what the parent made */
-    REQUIRE(mine != NULL && again == 0);
-    count(mine);
+    /* What the parent made, by the same names. The child leaves both to the
+     * system: to release them would remove them from it. */
+    int *mine = open_counter(&again);
+    KEL_SEMA *same_lock = KEL_SemaCreate_Custom(lock_name, 1, 0);
+    REQUIRE(mine != NULL && again == 0 && same_lock != NULL);
+    count(mine, same_lock);
     _exit(0);
   }
   int status = -1;
   if (pid > 0) {
-    count(counter);
+    count(counter, lock);
     waitpid(pid, &status, 0);
     printf("counted to %d\n", *counter);
   }
