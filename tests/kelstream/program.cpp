@@ -44,7 +44,7 @@ bool Await(Condition condition) {
 
 Program::Program(const std::vector<std::string> &arguments, const Setting &setting)
     : out_path_(setting.out_path.empty() ? temp_.Path("out") : setting.out_path) {
-  const std::string err = temp_.Path("err");
+  const std::string err = setting.err_path.empty() ? temp_.Path("err") : setting.err_path;
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC;

@@ -18,7 +18,8 @@ struct Result {
 };
 
 struct Setting {
-  std::string out_path;  // where standard output goes; else it is captured
+  std::string out_path{};  // where standard output goes; else it is captured
+  std::string err_path{};
   std::string in_path = "/dev/null";
   bool close_out = false;
 };

@@ -1,5 +1,9 @@
 // The whole program on streams that were cut, joined, damaged, or are huge.
 
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 
@@ -170,6 +174,56 @@ TEST_F(ProgramStreamsTest, MemoryDoesNotGrowWithTheFile) {
   EXPECT_EQ(sound.status, 2);
   EXPECT_TRUE(Contains(WithoutSums(sound.out), SoundStream(376, 98543)));
   EXPECT_LT(sound.max_rss_kb, 32 * 1024);
+}
+
+// A terminal, from the side of the program that draws it.
+class Terminal {
+ public:
+  Terminal() : fd_(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+    if (fd_ != -1 && grantpt(fd_) == 0 && unlockpt(fd_) == 0 &&
+        ptsname_r(fd_, name_, sizeof name_) == 0)
+      // Held open, so that what was written stays when the writer ends.
+      other_ = open(name_, O_RDWR | O_NOCTTY | O_CLOEXEC);
+    fcntl(fd_, F_SETFL, O_NONBLOCK);
+  }
+  ~Terminal() {
+    close(other_);
+    close(fd_);
+  }
+  Terminal(const Terminal &) = delete;
+  Terminal &operator=(const Terminal &) = delete;
+
+  bool ok() const { return other_ != -1; }
+  const char *name() const { return name_; }
+  std::string Shown() const {
+    std::string text;
+    char buffer[4096];
+    for (ssize_t count = 0; (count = read(fd_, buffer, sizeof buffer)) > 0;)
+      text.append(buffer, static_cast<size_t>(count));
+    return text;
+  }
+
+ private:
+  int fd_;
+  int other_ = -1;
+  char name_[64] = "";
+};
+
+TEST_F(ProgramStreamsTest, ATerminalShowsTheProgressOfLargeFiles) {
+  const Terminal terminal;
+  if (!terminal.ok())
+    GTEST_SKIP() << "no terminal to be had";
+  const std::string path = temp_.Write("large", sound_);
+  // Long enough for some ticks, also on fast machines, and none of it on disk.
+  std::filesystem::resize_file(path, uint64_t{kSanitized ? 1 : 4} << 30);
+  const Result large = RunProgram({"--json", path}, {.err_path = terminal.name()});
+  EXPECT_EQ(large.status, 2);
+  EXPECT_TRUE(Contains(large.out, "\"frames\":376,"));
+  const std::string shown = terminal.Shown();
+  EXPECT_TRUE(Contains(shown, "\r[........................................]   0 %")) << shown;
+  EXPECT_TRUE(Contains(shown, " %\r\033[Kkelstream: warning: ")) << "it is taken back";
+  RunProgram({"--json", temp_.Write("small", sound_)}, {.err_path = terminal.name()});
+  EXPECT_EQ(terminal.Shown(), "") << "nothing for small files";
 }
 
 }  // namespace
