@@ -3,36 +3,13 @@
 #include "kelcore_list.h"
 
 #include "internal/alloc.h"
-#include "internal/list_algorithms.h"
+#include "internal/plain_list.h"
 
 KEL_TRACE_SOURCE("kelnlist", "kelcore_list")
 
 static_assert(sizeof(KEL_NLIST) == 24);
 
-namespace {
-
-struct Plain {
-  using List = KEL_NLIST;
-  using Node = KEL_NLIST_NODE;
-  struct Lock {
-    explicit Lock(List *) {}
-  };
-  static constexpr kel::TraceSource kSource = kTraceSource;
-  static constexpr const char kHead[] = "KEL_NListGetHead";
-  static constexpr const char kAddTail[] = "KEL_NListAddTail";
-  static constexpr const char kAddHead[] = "KEL_NListAddHead";
-  static constexpr const char kDel[] = "KEL_NListDel";
-  static constexpr const char kNth[] = "KEL_NList_GetNthList";
-  static constexpr const char kMove[] = "KEL_NListMove";
-  static constexpr const char kMoveToTail[] = "KEL_NListMoveToTail";
-  static bool head_is_broken(const Node *head) {
-    return head == nullptr || head->next == nullptr;
-  }
-};
-
-using Algorithms = kel::ListAlgorithms<Plain>;
-
-}  // namespace
+using Algorithms = kel::PlainList;
 
 KEL_NLIST *KEL_NListCreate(void) {
   KEL_NLIST *list = KEL_ALLOC(KEL_NLIST);

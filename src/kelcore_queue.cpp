@@ -13,6 +13,7 @@
 #include "internal/alloc.h"
 #include "internal/errno_guard.h"
 #include "internal/lock.h"
+#include "internal/plain_list.h"
 #include "internal/pooled_record.h"
 #include "internal/relaxed.h"
 #include "internal/trace.h"
@@ -190,7 +191,7 @@ class NodePool {
       return false;
     for (uint32_t i = 0; i < maxnode; ++i) {
       queue->nodes[i].data = &queue->entries[i];
-      if (KEL_NListAddTail(queue->free_nodes, &queue->nodes[i]) != 0) {
+      if (kel::PlainList::add_tail(queue->free_nodes, &queue->nodes[i]) != 0) {
         TRACE_AS(func, KEL_LEVEL_TRACE, "queue node pool add fail.\n");
         return false;
       }
@@ -208,17 +209,17 @@ class NodePool {
   }
 
   static bool put(KEL_QUEUE *queue, void *data, int32_t param, End end, const char *func) {
-    KEL_NLIST_NODE *node = KEL_NListGetHead(queue->free_nodes);
+    KEL_NLIST_NODE *node = kel::PlainList::head(queue->free_nodes, kel::PlainPolicy::kHead);
     if (node == nullptr) {
       trace_full(queue, end, func);
       return false;
     }
-    KEL_NListDel(queue->free_nodes, node);
+    kel::PlainList::del(queue->free_nodes, node);
     auto *entry = static_cast<Entry *>(node->data);
     entry->param = param;
     entry->data = data;
-    const int32_t added = end == End::kTail ? KEL_NListAddTail(queue->busy_nodes, node)
-                                            : KEL_NListAddHead(queue->busy_nodes, node);
+    const int32_t added = end == End::kTail ? kel::PlainList::add_tail(queue->busy_nodes, node)
+                                            : kel::PlainList::add_head(queue->busy_nodes, node);
     if (added != 0) {
       // Log readers know this failure by the name of the other list.
       TRACE_AS(func, KEL_LEVEL_ERROR, "add fail to freenode list\n");
@@ -230,14 +231,15 @@ class NodePool {
   // False when the node could not be given back: it is lost to the pool, the
   // count stays, and the caller gets nothing.
   static bool take(KEL_QUEUE *queue, void **data, int32_t *param, End end, const char *func) {
-    KEL_NLIST_NODE *node = end == End::kHead ? KEL_NListGetHead(queue->busy_nodes)
-                                             : KEL_NListGetTail(queue->busy_nodes);
-    KEL_NListDel(queue->busy_nodes, node);
+    KEL_NLIST_NODE *node =
+        end == End::kHead ? kel::PlainList::head(queue->busy_nodes, kel::PlainPolicy::kHead)
+                          : KEL_NListGetTail(queue->busy_nodes);
+    kel::PlainList::del(queue->busy_nodes, node);
     const auto *entry = static_cast<const Entry *>(node->data);
     if (param != nullptr)
       *param = entry->param;
     *data = entry->data;
-    if (KEL_NListAddTail(queue->free_nodes, node) != 0) {
+    if (kel::PlainList::add_tail(queue->free_nodes, node) != 0) {
       TRACE_AS(func, KEL_LEVEL_ERROR, "add tail failed to freenode.\n");
       return false;
     }
@@ -250,8 +252,8 @@ class NodePool {
 
   static void drop_all(KEL_QUEUE *queue) {
     while (KEL_NLIST_NODE *node = queue->busy_nodes->head) {
-      KEL_NListDel(queue->busy_nodes, node);
-      KEL_NListAddTail(queue->free_nodes, node);
+      kel::PlainList::del(queue->busy_nodes, node);
+      kel::PlainList::add_tail(queue->free_nodes, node);
     }
   }
 

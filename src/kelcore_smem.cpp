@@ -13,6 +13,7 @@
 #include "internal/alloc.h"
 #include "internal/errno_guard.h"
 #include "internal/lock.h"
+#include "internal/plain_list.h"
 #include "internal/relaxed.h"
 #include "internal/trace.h"
 #include "kelcore_list.h"
@@ -154,8 +155,8 @@ bool make_lists(Slot *slot) {
 void *take_freed(Slot *slot, KEL_NLIST_NODE *node) {
   BlockRecord *record = record_of(node);
   record->in_use = 1;
-  KEL_NListDel(slot->freed, node);
-  KEL_NListAddTail(slot->allocated, node);
+  kel::PlainList::del(slot->freed, node);
+  kel::PlainList::add_tail(slot->allocated, node);
   return record->block;
 }
 
@@ -167,7 +168,7 @@ void *carve(Slot *slot) {
     const uint32_t index = chunk->used++;
     uint8_t *block = chunk->memory + size_t{slot->size} * index;
     chunk->records[index] = {slot->chunks, block, slot->size, index, 1};
-    KEL_NListAddTail(slot->allocated, &chunk->nodes[index]);
+    kel::PlainList::add_tail(slot->allocated, &chunk->nodes[index]);
     return block;
   }
   return nullptr;
@@ -257,7 +258,7 @@ int32_t KEL_SMalloc_UnRegister(uint32_t size) {
   // The nodes of both block lists lie in the chunks and go with them.
   KEL_NLIST *chunks = slot->chunks;
   while (KEL_NLIST_NODE *link = chunks != nullptr ? chunks->head : nullptr) {
-    KEL_NListDel(chunks, link);
+    kel::PlainList::del(chunks, link);
     auto *chunk = static_cast<Chunk *>(link->data);
     KEL_Free(link, 0);
     release_chunk(chunk);
@@ -297,7 +298,7 @@ int32_t KEL_SMallocAdd(KEL_SMEM_SLOT *slot, uint32_t size) {
     return -1;
   }
   link->data = chunk;
-  KEL_NListAddTail(slot->chunks, link);
+  kel::PlainList::add_tail(slot->chunks, link);
   return 0;
 }
 
@@ -345,8 +346,8 @@ int32_t KEL_SFree(void *block, uint32_t size) {
   BlockRecord *record = record_of(node);
   record->block = block;
   record->in_use = 0;
-  KEL_NListDel(slot->allocated, node);
-  KEL_NListAddTail(slot->freed, node);
+  kel::PlainList::del(slot->allocated, node);
+  kel::PlainList::add_tail(slot->freed, node);
   return 0;
 }
 
