@@ -258,8 +258,14 @@ TEST(SenderTest, FragmentsOfSeveralStreams) {
   unit.size = data.size();
   for (const uint32_t stream : {6u, 9u, 4u})
     sender.OnUnitEnd(stream, unit);
-  unit.size = 0;
-  sender.OnUnitEnd(4, unit);
+  // Small ones share a frame, but not with one that could not be read.
+  for (int i = 0; i < 5; ++i) {
+    sender.OnBytes(4, data.data(), 10);
+    unit.size = 10;
+    unit.readable = i != 2;
+    sender.OnUnitEnd(4, unit);
+  }
+  sender.OnBytes(4, data.data(), 3);  // of one that never ends
   for (int i = 0; i < 25; ++i)
     sender.OnRemark(i == 24 ? kelstream::Severity::kDamage : kelstream::Severity::kNote, 1,
                     std::string(300, 'x'));
@@ -272,28 +278,29 @@ TEST(SenderTest, FragmentsOfSeveralStreams) {
     const Message *const message = pool.Receive(Consumer::kStatistics);
     if (message == nullptr)
       continue;
-    if (message->Kind() == kelstream::kUnitBytes) {
+    if (message->word == kelstream::kUnits) {
       const auto *const begin = static_cast<const uint8_t *>(message->data);
       bytes[message->stream].insert(bytes[message->stream].end(), begin, begin + message->size);
-      flags[message->stream] += (message->word & kelstream::kFirstFragment) != 0 ? '(' : '-';
-      if ((message->word & kelstream::kLastFragment) != 0)
-        flags[message->stream] += ')';
-    } else if (message->Kind() == kelstream::kRemark) {
+      flags[message->stream] += std::to_string(message->unit_count) + ":" +
+                                std::to_string(message->closed) + "/" +
+                                std::to_string(message->size) + " ";
+    } else if (message->word == kelstream::kRemark) {
       EXPECT_EQ(std::string(message->text), std::string(199, 'x'));
       ++remarks;
     } else {
       more = false;
-      EXPECT_EQ(message->Kind(), uint32_t{kelstream::kEndOfFile});
+      EXPECT_EQ(message->word, uint32_t{kelstream::kEndOfFile});
       EXPECT_EQ(message->end.size, 5u);
       EXPECT_TRUE(message->end.damaged);
       EXPECT_EQ(message->end.remarks_left_out, 5u);
     }
     pool.Release(Consumer::kStatistics, *message);
   }
-  for (const uint32_t stream : {4u, 6u, 9u})
+  for (const uint32_t stream : {6u, 9u}) {
     EXPECT_EQ(bytes[stream], data) << stream;
-  EXPECT_EQ(flags[6], "(--)");
-  EXPECT_EQ(flags[4], "(--)()");
+    EXPECT_EQ(flags[stream], "0:0/16384 0:0/16384 1:100/100 ");
+  }
+  EXPECT_EQ(flags[4], "0:0/16384 0:0/16384 3:120/120 1:10/10 2:20/20 ");
   EXPECT_EQ(remarks, 20);
 }
 

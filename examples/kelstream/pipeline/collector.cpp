@@ -16,7 +16,7 @@ EndOfFile Collector::Collect(FileReport &report) {
     observer_.OnProgress(report, offset_);
     if (message == nullptr)
       continue;
-    const bool at_end = message->Kind() == kEndOfFile;
+    const bool at_end = message->word == kEndOfFile;
     const EndOfFile end = message->end;
     OnMessage(*message, report);
     pool_.Release(Consumer::kStatistics, *message);
@@ -32,7 +32,7 @@ EndOfFile Collector::Collect(FileReport &report) {
 
 void Collector::OnMessage(const Message &message, FileReport &report) {
   Record *record = streams_.Find(message.stream);
-  switch (message.Kind()) {
+  switch (message.word) {
     case kStream:
       record = &streams_.Add(message.stream);
       record->report.index = static_cast<uint32_t>(streams_.records().size() - 1);
@@ -51,49 +51,36 @@ void Collector::OnMessage(const Message &message, FileReport &report) {
       break;
   }
   if (record == nullptr) {
-    KELSTREAM_TRACE(KEL_LEVEL_ERROR, "message of kind %u about no stream\n", message.Kind());
+    KELSTREAM_TRACE(KEL_LEVEL_ERROR, "message of kind %u about no stream\n", message.word);
     return;
   }
-  switch (message.Kind()) {
+  switch (message.word) {
     case kFormat:
       record->report.format = message.format;
       observer_.OnStreamFound(report, record->report);
       break;
-    case kUnitBytes:
-      OnUnitBytes(message, *record, report);
+    case kUnits:
+      for (uint32_t i = 0; i < message.unit_count; ++i)
+        AddUnit(message.units[i], *record, report);
       break;
     case kTimes:
       record->report.times = message.times;
       break;
     default:
-      KELSTREAM_TRACE(KEL_LEVEL_ERROR, "message of kind %u\n", message.Kind());
+      KELSTREAM_TRACE(KEL_LEVEL_ERROR, "message of kind %u\n", message.word);
       break;
   }
 }
 
-void Collector::OnUnitBytes(const Message &message, Record &record, const FileReport &report) {
-  if ((message.word & kFirstFragment) != 0)
-    record.unit_bytes = 0;
-  record.unit_bytes += message.size;
-  if ((message.word & kLastFragment) == 0)
-    return;
-  const Unit &unit = message.unit;
+void Collector::AddUnit(const Unit &unit, Record &record, const FileReport &report) {
   KELSTREAM_TRACE(KEL_LEVEL_TRACE, "unit at %llu: %llu bytes%s\n",
                   static_cast<unsigned long long>(unit.offset),
                   static_cast<unsigned long long>(unit.size), unit.key ? ", key" : "");
-  if (record.unit_bytes != unit.size)
-    KELSTREAM_TRACE(KEL_LEVEL_ERROR, "unit of %llu bytes came with %llu\n",
-                    static_cast<unsigned long long>(unit.size),
-                    static_cast<unsigned long long>(record.unit_bytes));
-  AddUnit(unit, record, report);
   offset_ = std::max(offset_, unit.offset + unit.size);
-}
-
-void Collector::AddUnit(const Unit &unit, Record &record, const FileReport &report) {
   if (!unit.readable)
     return;
   StreamReport &stream = record.report;
-  stream.bytes += record.unit_bytes;
+  stream.bytes += unit.size;
   if (unit.frame) {
     EndFrame(record, report);
     record.has_frame = true;

@@ -33,7 +33,6 @@ class Collector {
  private:
   struct Record {
     StreamReport report;
-    uint64_t unit_bytes;  // of the fragments received
     // Sound is counted in samples while the rate stays the same, to add exactly.
     uint64_t samples;
     uint32_t sample_rate;
@@ -43,7 +42,6 @@ class Collector {
   };
 
   void OnMessage(const Message &message, FileReport &report);
-  void OnUnitBytes(const Message &message, Record &record, const FileReport &report);
   void AddUnit(const Unit &unit, Record &record, const FileReport &report);
   void AddSound(const Unit &unit, Record &record);
   void EndFrame(Record &record, const FileReport &report);

@@ -26,7 +26,7 @@ bool Digest::Fill(Batch &batch) {
     if (message == nullptr)
       continue;
     batch.messages[batch.count++] = message;
-    if (message->Kind() == kEndOfFile)
+    if (message->word == kEndOfFile)
       return false;
   }
   return true;
@@ -41,8 +41,12 @@ void Digest::Hand(Batch &batch) {
 
 int32_t Digest::Compute(void *argument) {
   auto &batch = *static_cast<Batch *>(argument);
-  for (size_t i = 0; i < batch.count; ++i)
-    batch.sums[i] = KEL_Hash_crc32(batch.messages[i]->data, batch.messages[i]->size);
+  for (size_t i = 0; i < batch.count; ++i) {
+    const Message &message = *batch.messages[i];
+    const auto *const bytes = static_cast<const uint8_t *>(message.data);
+    batch.closed[i] = KEL_Hash_crc32(bytes, message.closed);
+    batch.open[i] = KEL_Hash_crc32(bytes + message.closed, message.size - message.closed);
+  }
   return 0;
 }
 
@@ -53,9 +57,9 @@ void Digest::Join(Batch &batch) {
     KEL_ThreadPool_Stop(workers_, batch.worker, nullptr);
   for (size_t i = 0; i < batch.count; ++i) {
     const Message &message = *batch.messages[i];
-    if (message.Kind() == kUnitBytes && !failed_) {
+    if (message.word == kUnits && !failed_) {
       try {
-        Add(message, batch.sums[i]);
+        Add(message, batch.closed[i], batch.open[i]);
       } catch (const std::bad_alloc &) {
         failed_ = true;
       }
@@ -65,15 +69,17 @@ void Digest::Join(Batch &batch) {
   batch.done = true;
 }
 
-void Digest::Add(const Message &message, uint32_t sum) {
+void Digest::Add(const Message &message, uint32_t closed, uint32_t open) {
   Record *record = streams_.Find(message.stream);
   if (record == nullptr)
     record = &streams_.Add(message.stream);
-  if ((message.word & kFirstFragment) != 0)
+  record->unit.Append(closed, message.closed);
+  if (message.unit_count > 0) {
+    if (message.units[0].readable)
+      record->stream.Append(record->unit.value, record->unit.length);
     record->unit = {};
-  record->unit.Append(sum, message.size);
-  if ((message.word & kLastFragment) != 0 && message.unit.readable)
-    record->stream.Append(record->unit.value, record->unit.length);
+  }
+  record->unit.Append(open, message.size - message.closed);
 }
 
 uint32_t Digest::Crc(uint32_t stream) {

@@ -36,11 +36,12 @@ class Digest {
 
   struct Record {
     CrcSum stream;
-    CrcSum unit;  // of the unit being read
+    CrcSum unit;  // of the unit that has not ended
   };
   struct Batch {
     std::array<const Message *, kBatch> messages;
-    std::array<uint32_t, kBatch> sums;
+    std::array<uint32_t, kBatch> closed;  // of what belongs to units that end
+    std::array<uint32_t, kBatch> open;    // of what comes behind them
     size_t count = 0;
     int32_t worker = -1;
     bool done = true;  // and its messages released
@@ -52,7 +53,7 @@ class Digest {
   void Hand(Batch &batch);
   static int32_t Compute(void *batch);
   void Join(Batch &batch);
-  void Add(const Message &message, uint32_t sum);
+  void Add(const Message &message, uint32_t closed, uint32_t open);
 
   MediaPool &pool_;
   KEL_THREADPOOL *workers_;

@@ -61,7 +61,8 @@ Message &MediaPool::Begin() {
     KEL_EventWait(room_.get(), KEL_WAIT_FOREVER);
   }
   Message &message = messages_[sent_ % kMessages];
-  message = Message{};
+  message.unit_count = 0;
+  message.closed = 0;
   return message;
 }
 
@@ -73,7 +74,7 @@ void MediaPool::Send(Message &message, const uint8_t *data, size_t size) {
     if (KELBuf_GetWBuf(writer_.get(), &frame) == 0) {
       std::memcpy(frame.data, data, size);
       frame.size = static_cast<uint32_t>(size);
-      frame.time_stamp = static_cast<uint64_t>(message.unit.pts);
+      frame.time_stamp = sent_;
       frame.value = message.stream;
       KELBuf_FillWBuf(writer_.get(), &frame);
       // The pool counts the writer's handle, too.

@@ -3,6 +3,7 @@
 
 #include <kelcore_msg.h>
 
+#include <array>
 #include <cstdint>
 
 #include "probe.h"
@@ -10,21 +11,14 @@
 
 namespace kelstream {
 
-// The low half of a message's word says what it is.
+// A message's word says what it is.
 enum MessageKind : uint32_t {
   kStream = 1,     // a stream was found: `info`
   kFormat = 2,     // its format became known
-  kUnitBytes = 3,  // bytes of a unit, a fragment of it when it is large
+  kUnits = 3,      // bytes of units, and those of them that end here
   kTimes = 4,      // the presentation times of a stream, at its end
   kRemark = 5,     // text about the file
   kEndOfFile = 6,  // the last message of a file
-  kKindMask = 0xFFFF,
-};
-
-// Flags in its high half.
-enum MessageFlag : uint32_t {
-  kFirstFragment = 0x10000,
-  kLastFragment = 0x20000,  // `unit` is set
 };
 
 struct EndOfFile {
@@ -38,10 +32,13 @@ struct EndOfFile {
 // The descriptor that travels is the first part of the record, so that who
 // receives it has it all. Its data are a frame of the media buffer pool.
 struct Message : KEL_MSG_DESC {
-  uint32_t Kind() const { return word & kKindMask; }
+  static constexpr uint32_t kMaxUnits = 64;
 
+  // What is set goes with the kind; the rest is left over from before.
   uint32_t stream = 0;
-  Unit unit;
+  uint32_t unit_count = 0;  // units that end here; an unreadable one is alone
+  uint32_t closed = 0;      // bytes up to the end of the last of them
+  std::array<Unit, kMaxUnits> units;
   StreamInfo info;
   StreamFormat format;
   PtsRange times;

@@ -25,25 +25,28 @@ class Sender : public StreamSink {
   void OnPts(uint32_t stream, const PtsRange &range) override;
   void OnRemark(Severity severity, uint64_t offset, std::string_view text) override;
 
-  // Lets the readers have what was sent.
-  void Flush() { pool_.Flush(); }
+  // Lets the readers have what was found.
+  void Flush();
 
   // How reading a file ended; nothing comes after it. What is known here of
   // damage is filled in.
   void End(EndOfFile end);
 
  private:
-  // Streams come in turns, often after a few bytes: what is found of one is put
-  // together here until it makes a frame.
+  // Streams come in turns, often after a few bytes, and most units are small:
+  // what is found of one stream is put together here until it makes a frame of
+  // the pool.
   struct Fragment {
     uint32_t stream = 0;
-    bool begun = false;  // a fragment of the unit was sent
     std::vector<uint8_t> bytes;
+    size_t closed = 0;  // bytes of units that have ended
+    std::vector<Unit> units;
   };
 
   Message &Begin(uint32_t kind, uint32_t stream);
   Fragment &FragmentOf(uint32_t stream);
-  void SendFragment(Fragment &fragment, const Unit *unit);
+  void SendFragment(Fragment &fragment);
+  void SendClosed(Fragment &fragment);
 
   MediaPool &pool_;
   Container container_ = Container::kUnknown;
