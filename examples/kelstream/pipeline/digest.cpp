@@ -73,6 +73,7 @@ void Digest::Add(const Message &message, uint32_t closed, uint32_t open) {
   Record *record = streams_.Find(message.stream);
   if (record == nullptr)
     record = &streams_.Add(message.stream);
+  ++record->messages;
   record->unit.Append(closed, message.closed);
   if (message.unit_count > 0) {
     if (message.units[0].readable)

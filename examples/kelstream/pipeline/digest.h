@@ -37,6 +37,7 @@ class Digest {
   struct Record {
     CrcSum stream;
     CrcSum unit;  // of the unit that has not ended
+    uint64_t messages = 0;
   };
   struct Batch {
     std::array<const Message *, kBatch> messages;

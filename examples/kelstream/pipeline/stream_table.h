@@ -42,10 +42,12 @@ class StreamIndex {
 };
 
 // The pool allocator keeps blocks by their size alone: there is one table of
-// each kind of record, and no two kinds have the same size.
+// each kind of record, and no two kinds have the same size. Nor has any that of
+// a list node or a queue entry, which the library would take from here, too.
 template <typename Record>
 class StreamTable {
   static_assert(std::is_trivially_destructible_v<Record> && alignof(Record) <= 8);
+  static_assert(sizeof(Record) > 32);
 
  public:
   explicit StreamTable(const char *name) { KEL_SMalloc_Register(sizeof(Record), name); }
