@@ -2,6 +2,8 @@
 
 #include "digest.h"
 
+#include "trace.h"
+
 namespace kelstream {
 
 void Digest::Run() {
@@ -85,7 +87,13 @@ void Digest::Add(const Message &message, uint32_t closed, uint32_t open) {
 
 uint32_t Digest::Crc(uint32_t stream) {
   const Record *const record = streams_.Find(stream);
-  return record != nullptr ? record->stream.value : 0;
+  if (record == nullptr)
+    return 0;
+  KELSTREAM_TRACE(KEL_LEVEL_DEBUG, "stream %u: %08x over %llu bytes in %llu messages\n",
+                  unsigned{stream}, unsigned{record->stream.value},
+                  static_cast<unsigned long long>(record->stream.length),
+                  static_cast<unsigned long long>(record->messages));
+  return record->stream.value;
 }
 
 }  // namespace kelstream
