@@ -291,6 +291,17 @@ TEST_F(Trace, PrefixThatFillsTheLineLeavesNoRoomForTheMessage) {
 }
 
 // The line before the kept one in the ring is the last of those that follow it.
+TEST_F(Trace, PositionsThatAreNotKnownAreShownAsPrintfShowsThem) {
+  Listen("*:4");
+  SetTick(1);
+  KEL_Trace("m", 1, nullptr, 0, nullptr, "x\n");
+  KEL_Trace("m", 1, "f", -42, "g", "x\n");
+  KEL_Trace("m", 1, "f", INT_MIN, "g", "x\n");
+  EXPECT_EQ(TakeReceived(), (Texts{"00000000001 ERROR:[m] (null):0 ((null)) : x\n",
+                                   "00000000001 ERROR:[m] f:-42 (g) : x\n",
+                                   "00000000001 ERROR:[m] f:-2147483648 (g) : x\n"}));
+}
+
 TEST_F(Trace, CutLineDoesNotReachIntoTheNextBuffer) {
   SetTick(1);
   const size_t rest = strlen("00000000001 ERROR:[m] file.c:42 () : ");
