@@ -19,7 +19,10 @@
  *  - Registering the sizes 24 and 32 moves list nodes and queue entries into
  *    the pool. Register them first thing and keep them: nodes that live across
  *    a registration or unregistration are freed the wrong way.
- *  - A registration that fails for want of memory keeps its slot and size. */
+ *  - A registration that fails for want of memory keeps its slot and size: the
+ *    size then counts as registered, as soon as another class exists.
+ *  - Unregister in the reverse order of registration. Where a hole is left, a
+ *    size behind it can be registered a second time, in front of the first. */
 #ifndef KELCORE_SMEM_H
 #define KELCORE_SMEM_H
 
@@ -59,7 +62,8 @@ KEL_API int32_t KEL_SMalloc_UnRegister(uint32_t size);
 KEL_API int32_t KEL_SMallocAdd(KEL_SMEM_SLOT *slot, uint32_t size);
 
 /* A zeroed block of a registered size; null when the size is not registered or
- * memory is short. */
+ * memory is short, and when a record was overwritten: the lock then stays taken,
+ * for nothing in the table can be trusted. */
 KEL_API KEL_NODISCARD void *KEL_SMalloc(uint32_t size);
 
 /* Gives a block of that size back. Returns 0 in every case. */
@@ -69,7 +73,7 @@ KEL_API int32_t KEL_SFree(void *block, uint32_t size);
 KEL_API int32_t KEL_SMemIsReg(uint32_t size);
 
 /* The name given at registration, owned by the table; null when the size is
- * not registered. Unlocked. */
+ * not registered, or the name could not be copied. Unlocked. */
 KEL_API const char *KEL_SMemGetName(uint32_t size);
 
 /* Traces the table at INFO level and adds each size's bytes to the words that

@@ -127,8 +127,9 @@ Slot *first_empty_slot(uint32_t size, bool *already) {
   return nullptr;
 }
 
-// What fails leaves the slot with its size: a class that could not be built is
-// refused for good rather than tried again at every allocation.
+// What fails leaves the slot with its size: a class without its lists is refused
+// until it is unregistered. One that only lacks its first chunk gets it at the
+// first allocation.
 bool make_lists(Slot *slot) {
   constexpr const char kFunc[] = "KEL_SMalloc_Register";
   store_relaxed(slot->chunks, KEL_NListCreate());

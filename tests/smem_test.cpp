@@ -340,6 +340,70 @@ TEST_F(Pool, UnregisteringTheMiddleLeavesTheOthers) {
   EXPECT_EQ(KEL_SMalloc_Register(32, nullptr), 0);
 }
 
+// Slots are searched up to the first empty one: behind it nobody looks.
+TEST_F(Pool, ASizeBehindAHoleIsRegisteredASecondTime) {
+  Register(8);
+  Register(16);
+  Register(32, "behind");
+  EXPECT_EQ(KEL_SMalloc_UnRegister(16), 0);
+  TraceCapture trace("kelsmem:3");
+  EXPECT_EQ(KEL_SMalloc_Register(32, "before"), 0);
+  EXPECT_EQ(trace.Messages().back(), "success size(32) index(2)\n");
+  EXPECT_STREQ(KEL_SMemGetName(32), "before");
+  EXPECT_EQ(KEL_SMalloc_UnRegister(32), 0);
+  EXPECT_EQ(KEL_SMemIsReg(32), 1);
+  EXPECT_STREQ(KEL_SMemGetName(32), "behind");
+}
+
+TEST_F(Pool, StatusStopsAtTheCountAlsoWithAHole) {
+  Register(8);
+  Register(16);
+  EXPECT_EQ(KEL_SMalloc_UnRegister(8), 0);
+  TraceCapture trace("kelsmem:2");
+  KEL_SMemStatus(nullptr, nullptr, nullptr);
+  EXPECT_EQ(trace.Messages(),
+            (std::vector<std::string>{
+                "total registered (1)\n", "### index(0) size:0 alist:0 flist:0\n",
+                "smem(0) total alloc list count:0 reseve:0(bytes) used:0(bytes) "
+                "free:0(bytes)\n\n"}));
+}
+
+TEST_F(Pool, AClassWithoutItsFirstChunkGetsItAtTheFirstAllocation) {
+  Register(4);
+  faults::calloc.Fail(nullptr, ENOMEM, 0, 1);
+  EXPECT_EQ(KEL_SMalloc_Register(50, nullptr), -1);
+  Forget(50);
+  faults::calloc.Reset();
+  TraceCapture trace("kelsmem:4");
+  EXPECT_NE(KEL_SMalloc(50), nullptr);
+  EXPECT_EQ(trace.Take(),
+            (Lines{Line("DEBUG", "KEL_SMallocAdd", "size(52) initsize(212992)\n")}));
+}
+
+TEST_F(Pool, TheLockIsWaitedForWithoutLimit) {
+  int calls = 0;
+  faults::pthread_mutex_trylock.Fail(EBUSY, 0);
+  faults::pthread_mutex_timedlock.Replace(
+      [&](pthread_mutex_t *, const timespec *) { return ++calls < 3 ? ETIMEDOUT : 0; });
+  EXPECT_EQ(KEL_SMalloc_Lock(), 0);
+  EXPECT_EQ(calls, 3);
+}
+
+TEST_F(Pool, EveryChangeIsMadeUnderTheLockOnce) {
+  const auto locks = [](auto call) {
+    faults::pthread_mutex_trylock.Replace(
+        [](pthread_mutex_t *mutex) { return faults::pthread_mutex_trylock.Real(mutex); });
+    call();
+    return faults::pthread_mutex_trylock.Count();
+  };
+  void *block = nullptr;
+  EXPECT_EQ(locks([] { EXPECT_EQ(KEL_SMalloc_Register(8, nullptr), 0); }), 1);
+  EXPECT_EQ(locks([&] { block = KEL_SMalloc(8); }), 1);
+  EXPECT_EQ(locks([&] { KEL_SFree(block, 8); }), 1);
+  EXPECT_EQ(locks([] { KEL_SMemStatus(nullptr, nullptr, nullptr); }), 1);
+  EXPECT_EQ(locks([] { EXPECT_EQ(KEL_SMalloc_UnRegister(8), 0); }), 1);
+}
+
 TEST_F(Pool, IsRegisteredTakesNoLock) {
   Register(8);
   ASSERT_EQ(KEL_SMalloc_Lock(), 0);
@@ -473,7 +537,9 @@ TEST_F(Pool, BlockRecordsAreFilledIn) {
       records = static_cast<char *>(block);
     return block;
   });
+  AllocHooks hooks;
   Register(64);
+  const void *const owner = hooks.adds.at(0).block;  // the list of chunks comes first
   ASSERT_NE(KEL_SMalloc(64), nullptr);
   void *second = KEL_SMalloc(64);
   struct {
@@ -490,6 +556,16 @@ TEST_F(Pool, BlockRecordsAreFilledIn) {
   memcpy(&record, records, sizeof record);
   EXPECT_EQ(record.in_use, 0u) << "the first allocated record takes the freed address";
   EXPECT_EQ(record.block, second);
+  EXPECT_EQ(record.owner, owner);
+  // Taken again it goes behind the others that are allocated.
+  EXPECT_EQ(KEL_SMalloc(64), second);
+  memcpy(&record, records, sizeof record);
+  EXPECT_EQ(record.in_use, 1u);
+  KEL_SFree(second, 64);
+  memcpy(&record, records, sizeof record);
+  EXPECT_EQ(record.in_use, 1u);
+  memcpy(&record, records + 32, sizeof record);
+  EXPECT_EQ(record.in_use, 0u);
 }
 
 // ---- Status ----
