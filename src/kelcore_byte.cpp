@@ -76,6 +76,16 @@ T read_integer(KEL_BYTE *reader, uint32_t *end) {
   return value;
 }
 
+// Byte after byte, which shows when the destination lies in the data itself.
+void copy_forward(uint8_t *to, const uint8_t *from, uint32_t count) {
+  if (to <= from || to >= from + count) {
+    memmove(to, from, count);
+    return;
+  }
+  for (uint32_t i = 0; i < count; ++i)
+    to[i] = from[i];
+}
+
 // Copies what there is; the position ends at the end when that is too little.
 void *copy(KEL_BYTE *reader, void *to, uint32_t count, uint32_t *end) {
   if (at_end(reader, end))
@@ -83,7 +93,7 @@ void *copy(KEL_BYTE *reader, void *to, uint32_t count, uint32_t *end) {
   const uint32_t left = reader->size - reader->pos;
   const bool enough = count <= left;
   const uint32_t taken = enough ? count : left;
-  memcpy(to, reader->data + reader->pos, taken);
+  copy_forward(static_cast<uint8_t *>(to), reader->data + reader->pos, taken);
   reader->pos += taken;
   if (!enough) {
     report(end, 1);

@@ -352,6 +352,7 @@ FILE *edit_open_at_start(const char *func, const char *path) {
   if (file == nullptr || KEL_FileSeek(file, 0, SEEK_SET) == 0)
     return file;
   TRACE_AS(func, KEL_LEVEL_ERROR, "file seek failed\n");
+  const kel::ErrnoGuard keep_errno;
   KEL_FileClose(file);
   return nullptr;
 }
@@ -369,8 +370,10 @@ struct Pair {
     if (file == nullptr)
       return false;
     work = edit_open_at_start(func, work_path);
-    if (work == nullptr)
+    if (work == nullptr) {
+      const kel::ErrnoGuard keep_errno;
       KEL_FileClose(file);
+    }
     return work != nullptr;
   }
 
@@ -446,14 +449,21 @@ int32_t KEL_FEdit_Put(const char *path, const char *text) {
   if (KEL_FileSeek(file, 0, SEEK_END) == 0) {
     KEL_snprintf(line, kWrittenLine, "%s\n", text);
     if (fputs(line, file) != EOF) {
-      fflush(file);  // or there would be nothing to synchronise yet
+      // Or there would be nothing to synchronise yet. What it cannot store, the
+      // close would have told; it will find nothing left to write.
+      if (fflush(file) != 0)
+        TRACE_AS("KEL_FileClose", KEL_LEVEL_ERROR, "close errno(%d), fd(%d)\n", errno, -1);
       fsync(fileno(file));
       result = 0;
     }
   }
-  if (result != 0)
+  if (result == 0) {
+    KEL_FileClose(file);
+  } else {
     TRACE_ERROR("data write failed. (%s)\n", text);
-  KEL_FileClose(file);
+    const kel::ErrnoGuard keep_errno;
+    KEL_FileClose(file);
+  }
   return result;
 }
 
@@ -462,6 +472,7 @@ int32_t KEL_FEdit_Del(const char *path, const char *work_path, const char *key) 
   if (!pair.open())
     return -1;
   if (!copy_without(pair, key)) {
+    const kel::ErrnoGuard keep_errno;
     pair.close();
     return -1;
   }
@@ -473,6 +484,7 @@ int32_t KEL_FEdit_TrunkUp(const char *path, const char *work_path) {
   if (!pair.open())
     return -1;
   if (!copy_without_first(pair)) {
+    const kel::ErrnoGuard keep_errno;
     pair.close();
     return -1;
   }

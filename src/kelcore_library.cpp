@@ -10,8 +10,11 @@ KEL_TRACE_SOURCE("kellibrary", "kelcore_library")
 
 void *KEL_LibraryLoad(const char *path) {
   void *library = dlopen(path, RTLD_NOW);
-  if (library == nullptr)
-    TRACE_ERROR("Cannot load library err(%s)\n", dlerror());
+  if (library == nullptr) {
+    // Taken also when nobody is told: the loader keeps it until then.
+    const char *error = dlerror();
+    TRACE_ERROR("Cannot load library err(%s)\n", error);
+  }
   return library;
 }
 

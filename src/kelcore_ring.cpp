@@ -111,8 +111,11 @@ uint32_t KELRing_DelRBuf(KEL_RING *ring, uint32_t count) {
   ring->rd += count;
   if (ring->rd >= ring->size) {
     // Counts are the caller's; wrong ones spoil its data, not other memory.
-    if (uint64_t{ring->rd} + ring->len <= uint64_t{ring->size} * 2)
-      memmove(ring->buf, ring->buf + ring->rd, ring->len);
+    const uint64_t area = uint64_t{ring->size} * 2;
+    if (ring->rd < area) {
+      const uint64_t inside = area - ring->rd;
+      memmove(ring->buf, ring->buf + ring->rd, ring->len < inside ? ring->len : inside);
+    }
     ring->rd = 0;
   }
   TRACE_DEBUG("updated read buffer size(%d) offset(%d)\n", static_cast<int32_t>(ring->len),

@@ -326,4 +326,20 @@ TEST(ByteSkip, BeyondTheEndStopsThere) {
   EXPECT_EQ(KELByte_Pos(reader), 10u);
 }
 
+// Byte after byte, as a destination within the data shows.
+TEST(ByteOverlap, TheDestinationMayLieInTheData) {
+  char forward[] = "abcdefgh";
+  KEL_BYTE *reader = KELByte_Open(forward, 8);
+  KELByte_Get_string(reader, forward + 2, 6, nullptr);
+  EXPECT_STREQ(forward, "abababab");
+  KELByte_Close(reader);
+  char back[] = "abcdefgh";
+  reader = KELByte_Open(back, 8);
+  uint32_t end = 0;
+  KELByte_Skip(reader, 2, &end);
+  KELByte_Get_string(reader, back, 5, nullptr);
+  EXPECT_STREQ(back, "cdefgfgh");
+  KELByte_Close(reader);
+}
+
 }  // namespace

@@ -99,6 +99,33 @@ TEST_F(FileEdit, PutSynchronisesWhatItWrote) {
   EXPECT_EQ(on_disk, "line\n");
 }
 
+// The line is accepted; that it cannot be stored shows when the file is closed.
+TEST_F(FileEdit, PutTellsThatTheDiskIsFull) {
+  EXPECT_EQ(KEL_FEdit_Put("/dev/full", "x"), 0);
+  EXPECT_EQ(trace.Messages("kelfile", "ERROR"),
+            (std::vector<std::string>{"close errno(28), fd(-1)\n"}));
+}
+
+TEST_F(FileEdit, ErrnoIsThatOfTheFailureNotOfTheCleanUp) {
+  const auto closing = [] {
+    faults::fclose.Replace([](FILE *file) {
+      faults::fclose.Real(file);
+      errno = EIO;
+      return EOF;
+    });
+  };
+  closing();
+  faults::fputs.Fail(EOF, ENOSPC);
+  EXPECT_EQ(Put("x"), -1);
+  EXPECT_EQ(errno, ENOSPC);
+  faults::ResetAll();
+  closing();
+  faults::fseek.Fail(-1, ESPIPE);
+  EXPECT_EQ(KEL_FEdit_TrunkUp(path.c_str(), work.c_str()), -1);
+  EXPECT_EQ(errno, ESPIPE);
+  faults::ResetAll();
+}
+
 TEST_F(FileEdit, PutFailsWhereItCannotOpenSeekOrWrite) {
   const std::string nowhere = dir / "no" / "file";
   EXPECT_EQ(KEL_FEdit_Put(nowhere.c_str(), "x"), -1);

@@ -60,6 +60,16 @@ TEST(Library, ANullSymbolWithoutAnErrorIsTracedWithAQuestionMark) {
             (Lines{Error("KEL_LibraryGetFunc", "Cannot load symbol 'odd', err(?)\n")}));
 }
 
+// The loader's error does not wait for the program, whether or not it is traced.
+TEST(Library, FailuresTakeTheLoadersErrorWithThem) {
+  EXPECT_EQ(KEL_LibraryLoad("/no/such/library.so"), nullptr);
+  EXPECT_EQ(::dlerror(), nullptr);
+  void *plugin = KEL_LibraryLoad(PLUGIN_PATH);
+  EXPECT_EQ(KEL_LibraryGetFunc(plugin, "no_such_symbol"), nullptr);
+  EXPECT_EQ(::dlerror(), nullptr);
+  KEL_LibraryUnLoad(plugin);
+}
+
 TEST(Library, UnloadingReturns0WhateverHappens) {
   void *plugin = KEL_LibraryLoad(PLUGIN_PATH);
   faults::dlclose.Fail(-1, 0, 0, 1);

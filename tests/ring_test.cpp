@@ -184,6 +184,19 @@ TEST_F(Ring, CountsAreNotCheckedAndWrap) {
   EXPECT_EQ(ReadOffsetOf(ring), 0u);
 }
 
+TEST(RingCounts, WhatLiesInTheAreaMovesAlsoWhenTheCountIsWrong) {
+  KEL_RING *ring = KELRing_Create(100);
+  uint32_t size = 0;
+  uint8_t *const area = KELRing_GetWBuf(ring, &size);
+  for (int i = 0; i < 200; ++i)
+    area[i] = static_cast<uint8_t>(i);
+  KELRing_FillWBuf(ring, 250);
+  EXPECT_EQ(KELRing_DelRBuf(ring, 100), 150u);
+  for (int i = 0; i < 100; ++i)
+    ASSERT_EQ(area[i], 100 + i);
+  KELRing_Destroy(ring);
+}
+
 TEST_F(Ring, AStreamGoesThroughUnchanged) {
   std::mt19937 random(1);
   uint8_t next_in = 0, next_out = 0;
