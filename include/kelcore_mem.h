@@ -39,8 +39,9 @@ KEL_API KEL_NODISCARD void *KEL_Malloc(uint32_t size, uint32_t align, uint32_t f
 KEL_API KEL_NODISCARD void *KEL_Calloc(uint32_t count, uint32_t size, uint32_t reserved,
                                        const char *file, int32_t line, const char *func);
 
-/* realloc(block, size); `block` may be null. On failure returns null and the
- * old block stays valid (KEL_MemTblUpdate is told null all the same). */
+/* realloc(block, size); `block` may be null. A size of 0 releases the block and
+ * returns null. On failure returns null and the old block stays valid
+ * (KEL_MemTblUpdate is told null all the same). */
 KEL_API KEL_NODISCARD void *KEL_ReAlloc(void *block, uint32_t size);
 
 /* Releases a block; null is ignored. `flag` goes to KEL_MemTblRemove, pass 0. */

@@ -2,9 +2,12 @@
  *
  *     KEL_RING *ring = KELRing_Create(65536);
  *     uint32_t room, held;
- *     uint8_t *to = KELRing_GetWBuf(ring, &room);
- *     KELRing_FillWBuf(ring, read(fd, to, room));
  *     uint8_t *from = KELRing_GetRBuf(ring, &held);
+ *     uint8_t *to = KELRing_GetWBuf(ring, &room);
+ *     ssize_t got = read(fd, to, room - held);
+ *     if (got > 0)
+ *       KELRing_FillWBuf(ring, (int32_t)got);
+ *     from = KELRing_GetRBuf(ring, &held);
  *     KELRing_DelRBuf(ring, parse(from, held));
  *     KELRing_Destroy(ring);
  *

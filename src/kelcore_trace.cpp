@@ -142,7 +142,6 @@ char *begin_line(const char *module, int32_t level, const Position &at, size_t *
   KEL_MUTEX *lock = nested ? nullptr : load_relaxed(trace_lock);
   inside.locking = true;
   const bool locked = lock != nullptr && KEL_MutexLock(lock, KEL_WAIT_FOREVER) == 0;
-  inside.locking = nested;
 
   char *buffer = nullptr;
   if (admits(module, level)) {
@@ -153,6 +152,8 @@ char *begin_line(const char *module, int32_t level, const Position &at, size_t *
 
   if (locked)
     KEL_MutexUnLock(lock);
+  // Only now: a timer's handler may have come in between and traced.
+  inside.locking = nested;
   return buffer;
 }
 

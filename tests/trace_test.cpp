@@ -1007,6 +1007,20 @@ class TraceLock : public Trace {
   }
 };
 
+// As a timer's handler does that interrupts a thread within a trace.
+TEST_F(TraceLock, ALineFromWithinALineGoesOnWithoutTheLock) {
+  Listen("*:4");
+  bool once = true;
+  faults::clock_gettime.Replace([&](clockid_t, timespec *now) {
+    *now = {};
+    if (std::exchange(once, false))
+      Say("m", 1, "inner\n");
+    return 0;
+  });
+  Say("m", 1, "outer\n");
+  EXPECT_EQ(TakeReceived().size(), 2u);
+}
+
 TEST_F(TraceLock, IsHeldWhileThePrefixIsMade) {
   Listen("*:4");
   std::vector<bool> held;
