@@ -32,17 +32,19 @@ class Cursor {
     memcpy(&word, reinterpret_cast<char *>(cursor_) + offset, sizeof word);
     return word;
   }
-  const uint8_t *Current() const {
-    const uint8_t *current;
-    memcpy(&current, reinterpret_cast<char *>(cursor_), sizeof current);
-    return current;
+  const uint8_t *Pointer(size_t offset) const {
+    const uint8_t *pointer;
+    memcpy(&pointer, reinterpret_cast<char *>(cursor_) + offset, sizeof pointer);
+    return pointer;
   }
+  const uint8_t *Current() const { return Pointer(0); }
 
  private:
   KEL_BIT *cursor_;
 };
 
-constexpr size_t kBitOff = 12, kProcessed = 16, kTotalBits = 20, kMarkSet = 44;
+constexpr size_t kBitOff = 12, kProcessed = 16, kTotalBits = 20, kMarkCur = 24,
+                 kMarkReserved = 32, kMarkBitOff = 36, kMarkProcessed = 40, kMarkSet = 44;
 
 std::vector<uint8_t> RandomBytes(size_t size) {
   std::mt19937 random(42);
@@ -314,6 +316,26 @@ TEST(BitBookmark, GoesBackAsOftenAsWanted) {
     EXPECT_EQ(KELBitGetProcessed(cursor), 5u);
     EXPECT_EQ(KELBitGetBit(cursor, 13), first);
   }
+}
+
+TEST(BitBookmark, KeepsTheFourFieldsItRestores) {
+  uint8_t data[16] = {};
+  Cursor cursor(data, 16);
+  KELBitFlush(cursor, 21);
+  const uint8_t *at = cursor.Current();
+  KELBitBookmark(cursor, 1);
+  EXPECT_EQ(cursor.Pointer(kMarkCur), at);
+  EXPECT_EQ(cursor.Word(kMarkReserved), 0u);
+  EXPECT_EQ(cursor.Word(kMarkBitOff), 5u);
+  EXPECT_EQ(cursor.Word(kMarkProcessed), 21u);
+  KELBitFlush(cursor, 30);
+  KELBitBookmark(cursor, 0);
+  EXPECT_EQ(cursor.Current(), at);
+  EXPECT_EQ(cursor.Word(kBitOff), 5u);
+  EXPECT_EQ(cursor.Word(kProcessed), 21u);
+  EXPECT_EQ(cursor.Word(kTotalBits), 128u);
+  EXPECT_EQ(cursor.Pointer(kMarkCur), at) << "the mark stays";
+  EXPECT_EQ(cursor.Word(kMarkProcessed), 21u);
 }
 
 TEST(BitBookmark, WithoutASaveRestoresZeros) {

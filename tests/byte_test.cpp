@@ -326,6 +326,75 @@ TEST(ByteSkip, BeyondTheEndStopsThere) {
   EXPECT_EQ(KELByte_Pos(reader), 10u);
 }
 
+TEST(ByteSkip, By0IsWhereItIs) {
+  Reader reader(kBytes, 10);
+  uint32_t end = kUntouched;
+  EXPECT_EQ(KELByte_Skip(reader, 0, &end), 0u);
+  EXPECT_EQ(end, 0u);
+  KELByte_Skip(reader, 3, &end);
+  end = kUntouched;
+  EXPECT_EQ(KELByte_Skip(reader, 0, &end), 3u);
+  EXPECT_EQ(end, 0u);
+  KELByte_Skip(reader, 7, &end);
+  end = kUntouched;
+  EXPECT_EQ(KELByte_Skip(reader, 0, &end), 0u) << "at the end";
+  EXPECT_EQ(end, 1u);
+}
+
+TEST(ByteSkip, OfNothingIsTheEnd) {
+  for (const uint32_t count : {0u, 1u}) {
+    Reader reader(kBytes, 0);
+    uint32_t end = kUntouched;
+    EXPECT_EQ(KELByte_Skip(reader, count, &end), 0u);
+    EXPECT_EQ(end, 1u);
+    EXPECT_EQ(KELByte_Pos(reader), 0u);
+  }
+}
+
+TEST(ByteSkip, FromBehindTheEndGoesBackToIt) {
+  for (const uint32_t count : {0u, 1u}) {
+    Reader reader(kBytes, 5);
+    uint32_t end = kUntouched;
+    KELByte_Skip(reader, 4, &end);
+    KELByte_Get_be_uint32(reader, nullptr);
+    ASSERT_EQ(KELByte_Pos(reader), 8u);
+    EXPECT_EQ(KELByte_Skip(reader, count, &end), 0u);
+    EXPECT_EQ(end, 1u);
+    EXPECT_EQ(KELByte_Pos(reader), 5u);
+  }
+}
+
+// Each read again from every position, where the value is not that of the start.
+TEST(BytePosition, EveryReadBeginsAtIt) {
+  for (uint32_t at = 1; at < 4; ++at) {
+    Reader reader(kBytes, 16);
+    uint32_t end = kUntouched;
+    KELByte_Skip(reader, at, &end);
+    uint64_t big = 0, little = 0;
+    for (uint32_t i = 0; i < 8; ++i) {
+      big = big << 8 | kBytes[at + i];
+      little |= uint64_t{kBytes[at + i]} << (8 * i);
+    }
+    EXPECT_EQ(KELByte_Peek_char(reader, nullptr), kBytes[at]);
+    EXPECT_EQ(KELByte_Peek_be_uint16(reader, nullptr), big >> 48);
+    EXPECT_EQ(KELByte_Peek_le_uint16(reader, nullptr), little & 0xFFFF);
+    EXPECT_EQ(KELByte_Peek_be_uint32(reader, nullptr), big >> 32);
+    EXPECT_EQ(KELByte_Peek_le_uint32(reader, nullptr), little & 0xFFFFFFFF);
+    EXPECT_EQ(KELByte_Peek_be_uint64(reader, nullptr), big);
+    EXPECT_EQ(KELByte_Peek_le_uint64(reader, nullptr), little);
+    uint8_t to[8] = {};
+    EXPECT_EQ(KELByte_Peek_string(reader, to, 6, nullptr), to);
+    EXPECT_EQ(memcmp(to, kBytes + at, 6), 0);
+    EXPECT_EQ(KELByte_Peek_4char(reader, to, nullptr), to);
+    EXPECT_EQ(memcmp(to, kBytes + at, 4), 0);
+    EXPECT_EQ(KELByte_Pos(reader), at) << "no peek moves";
+    EXPECT_EQ(KELByte_Get_3char(reader, to, nullptr), to);
+    EXPECT_EQ(memcmp(to, kBytes + at, 3), 0);
+    EXPECT_EQ(KELByte_Get_3char_be_uint32(reader, nullptr), (big >> 16) & 0xFFFFFF);
+    EXPECT_EQ(KELByte_Pos(reader), at + 6);
+  }
+}
+
 // Byte after byte, as a destination within the data shows.
 TEST(ByteOverlap, TheDestinationMayLieInTheData) {
   char forward[] = "abcdefgh";

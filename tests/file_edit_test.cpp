@@ -6,8 +6,10 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 #include "faults.h"
@@ -292,6 +294,134 @@ TEST_F(FileEdit, TheReplacedFileIsOpenedOnceMoreAndSynchronised) {
   EXPECT_EQ(TrunkUp(), -1);
   EXPECT_EQ(Taken("KEL_FEdit_TrunkUp"),
             (Lines{Error("KEL_FEdit_TrunkUp", "open failed (" + path.string() + ")\n")}));
+}
+
+// ---- What is closed, in which order, and what errno tells ----
+
+struct Counted {
+  const char *what;
+  std::function<void()> fail;
+  int error;
+  bool keep_contents;
+  int closed_by_del, closed_by_trunk;
+};
+void PrintTo(const Counted &counted, std::ostream *out) {
+  *out << counted.what;
+}
+
+class FileEditFailure : public FileEdit, public testing::WithParamInterface<Counted> {
+ protected:
+  // Counts the files open through the library.
+  void Arm(const Counted &counted) {
+    Write(path, "one\ntwo\n");
+    if (counted.keep_contents)
+      KeepContents();
+    counted.fail();
+    faults::fclose.Replace([](FILE *file) {
+      const int result = faults::fclose.Real(file);
+      errno = EIO;
+      return result;
+    });
+    errno = 0;
+  }
+};
+
+TEST_P(FileEditFailure, ClosesWhatIsOpenAndKeepsErrno) {
+  const Counted &counted = GetParam();
+  Arm(counted);
+  EXPECT_EQ(Del("one"), -1);
+  EXPECT_EQ(errno, counted.error);
+  EXPECT_EQ(faults::fclose.Count(), counted.closed_by_del);
+  faults::ResetAll();
+  Arm(counted);
+  EXPECT_EQ(TrunkUp(), -1);
+  EXPECT_EQ(errno, counted.error);
+  EXPECT_EQ(faults::fclose.Count(), counted.closed_by_trunk);
+}
+
+void FailOpen(int which, int error) {
+  faults::fopen64.Fail(nullptr, error, which, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Step, FileEditFailure,
+    testing::Values(
+        Counted{"the file", [] { FailOpen(0, ENOENT); }, ENOENT, false, 0, 0},
+        Counted{"the work file", [] { FailOpen(1, ENOENT); }, ENOENT, false, 1, 1},
+        Counted{"the first seek", [] { faults::fseek.Fail(-1, ESPIPE, 0, 1); }, ESPIPE, false,
+                1, 1},
+        Counted{"the second seek", [] { faults::fseek.Fail(-1, ESPIPE, 1, 1); }, ESPIPE, false,
+                2, 2},
+        Counted{"a line", [] { faults::fputs.Fail(EOF, ENOSPC); }, ENOSPC, true, 2, 2},
+        Counted{"the rename", [] { faults::rename.Fail(-1, EXDEV); }, EXDEV, true, 2, 2}));
+
+TEST_F(FileEdit, DelClosesBothWhereNoneOrTwoMatch) {
+  for (const char *key : {"none", "b"}) {
+    faults::ResetAll();
+    Write(path, "b1\nb2\n");
+    KeepContents();
+    faults::fclose.Replace([](FILE *file) { return faults::fclose.Real(file); });
+    EXPECT_EQ(Del(key), -1);
+    EXPECT_EQ(faults::fclose.Count(), 2) << key;
+  }
+}
+
+TEST_F(FileEdit, PutClosesInEveryCase) {
+  const auto count = [&](int expected) {
+    faults::fclose.Replace([](FILE *file) { return faults::fclose.Real(file); });
+    Put("x");
+    EXPECT_EQ(faults::fclose.Count(), expected);
+    faults::ResetAll();
+  };
+  count(1);
+  faults::fseek.Fail(-1, ESPIPE);
+  count(1);
+  faults::fputs.Fail(EOF, ENOSPC);
+  count(1);
+  faults::fopen64.Fail(nullptr, EACCES);
+  count(0);
+  faults::fopen64.Fail(nullptr, EACCES);
+  EXPECT_EQ(Put("x"), -1);
+  EXPECT_EQ(errno, EACCES);
+}
+
+TEST_F(FileEdit, BothAreClosedBeforeTheOneReplacesTheOther) {
+  const std::vector<std::string> expected = {"fclose",  "fclose", "rename",
+                                             "fopen64", "fsync",  "fclose"};
+  const auto log_of = [&](auto &&edit) {
+    Write(path, "one\n");
+    KeepContents();
+    faults::Record();
+    edit();
+    std::vector<std::string> log = faults::Log(), kept;
+    for (const std::string &name : log)
+      if (std::find(expected.begin(), expected.end(), name) != expected.end())
+        kept.push_back(name);
+    kept.erase(kept.begin(), kept.begin() + 2);  // the two opened first
+    return kept;
+  };
+  EXPECT_EQ(log_of([&] { EXPECT_EQ(Del("one"), 0); }), expected);
+  EXPECT_EQ(log_of([&] { EXPECT_EQ(TrunkUp(), 0); }), expected);
+}
+
+TEST_F(FileEdit, TheReplacedFileThatCannotBeOpenedIsToldWithItsErrno) {
+  for (const bool del : {true, false}) {
+    Write(path, "one\n");
+    int opened = 0;
+    faults::fopen64.Replace([&](const char *name, const char *mode) -> FILE * {
+      if (++opened == 3) {
+        errno = EACCES;
+        return nullptr;
+      }
+      return faults::fopen64.Real(name,
+                                  std::string(mode) == "w+b" && opened == 1 ? "r+b" : mode);
+    });
+    EXPECT_EQ(del ? Del("one") : TrunkUp(), -1);
+    EXPECT_EQ(errno, EACCES);
+    const char *func = del ? "KEL_FEdit_Del" : "KEL_FEdit_TrunkUp";
+    EXPECT_EQ(Taken(func).back(), Error(func, "open failed (" + path.string() + ")\n"));
+    faults::ResetAll();
+  }
 }
 
 }  // namespace

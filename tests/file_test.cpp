@@ -313,6 +313,15 @@ TEST_F(File, KeepingContentsSeeksToTheStart) {
   EXPECT_EQ(faults::fseek.Count(), 1);
 }
 
+// The first try that fails is no failure, and is not told.
+TEST_F(File, TheFileMadeForKeepingIsToldOnce) {
+  TraceCapture trace;
+  const Stream stream(KEL_FileOpen(Path().c_str(), kCreate | kRdwr | kRead));
+  EXPECT_EQ(trace.Take(), (Lines{Line("DEBUG", "KEL_FileOpen",
+                                      Format("file(%s) open handle(%x)\n", Path().c_str(),
+                                             Low32(static_cast<FILE *>(stream))))}));
+}
+
 TEST_F(File, KeepingContentsReportsAFailingSeekAndGoesOn) {
   TraceCapture trace;
   faults::fseek.Fail(-1, EINVAL);
@@ -649,6 +658,25 @@ TEST_F(File, FailingWriteIsTraced) {
                          Format("err(%s) fd(%d) errno(28:No space left on device) ferr(%d) "
                                 "iseof(0) toWrite(4) written(0)\n",
                                 strerror(flag), stream.fd(), flag))}));
+}
+
+TEST_F(File, LargeCountsAreShownByTheirLowHalf) {
+  const Stream stream(fopen("/dev/null", "w"));
+  uint64_t asked = 0;
+  faults::fwrite.Replace([&](const void *, size_t, size_t count, FILE *) -> size_t {
+    asked = count;
+    errno = EFBIG;
+    return 0x700000003;
+  });
+  TraceCapture trace;
+  EXPECT_EQ(KEL_FileWrite(stream, "x", 0x800000005), 0x700000003u);
+  faults::fwrite.Reset();
+  EXPECT_EQ(asked, 0x800000005u);
+  EXPECT_EQ(trace.Take(),
+            (Lines{Error("KEL_FileWrite",
+                         Format("err(Success) fd(%d) errno(27:File too large) ferr(0) "
+                                "iseof(0) toWrite(5) written(3)\n",
+                                stream.fd()))}));
 }
 
 // Takes three bytes in all and has no descriptor.

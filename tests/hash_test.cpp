@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 #include <string>
@@ -450,6 +451,150 @@ TEST(HashmapGrow, ARunThatGrowthDoesNotSpreadFails) {
   EXPECT_EQ(SizeOf(map), 128u);
   copies.FreeAbandoned(map);
   KEL_Hashmap_DestroyFull(map, nullptr);
+}
+
+// The table once more, step by step and without any thought of speed.
+struct LiteralTable {
+  struct Entry {
+    bool used = false;
+    std::string key;
+    bool null_key = false;
+    uint64_t value = 0;
+  };
+  std::vector<Entry> entries;
+  uint32_t count = 0;
+  std::vector<std::string> told;
+  int half_way = 0, nested = 0, depth = 0;
+
+  explicit LiteralTable(uint32_t size) : entries(size) {}
+  uint32_t size() const { return static_cast<uint32_t>(entries.size()); }
+
+  int Grow() {
+    std::vector<Entry> old(entries.size() * 2);
+    old.swap(entries);
+    count = 0;
+    nested += depth > 0;
+    ++depth;
+    for (const Entry &entry : old)
+      if (entry.used && Insert(entry.null_key ? nullptr : entry.key.c_str(), entry.value) < 0) {
+        --depth;
+        ++half_way;
+        return -1;
+      }
+    --depth;
+    return 0;
+  }
+  int32_t Insert(const char *key, uint64_t value) {
+    if (count >= size() / 2 && Grow() != 0) {
+      told.push_back("rehash failed.\n");
+      return -1;
+    }
+    for (bool again = false;; again = true) {
+      const uint32_t home = KEL_Hashmap_string(key, size());
+      for (uint32_t probe = 0; probe < 11; ++probe) {
+        const uint32_t at = (home + probe) % size();
+        if (!entries[at].used) {
+          entries[at] = {true, key != nullptr ? key : "", key == nullptr, value};
+          ++count;
+          return static_cast<int32_t>(at);
+        }
+      }
+      if (again) {
+        told.push_back("already rehash done. failed.\n");
+        return -1;
+      }
+      if (Grow() != 0) {
+        told.push_back("rehash failed.\n");
+        return -1;
+      }
+    }
+  }
+};
+
+// Inserts that collide in 64, 128 and 256 slots, null keys among them, so that
+// growths are set off by each step, fail half-way and grow within a growth.
+class HashmapGrowth {
+ public:
+  ~HashmapGrowth() {
+    copies_.FreeAbandoned(map_);
+    for (const auto &add : hooks_.adds) {
+      const auto same = [&](const auto &remove) { return remove.block == add.block; };
+      if (add.block != map_ && add.block != SlotsOf(map_) &&
+          std::none_of(hooks_.removes.begin(), hooks_.removes.end(), same))
+        free(add.block);
+    }
+    KEL_Hashmap_DestroyFull(map_, nullptr);
+  }
+  void Insert(const char *key) {
+    const uint64_t value = next_++;
+    model.told.clear();
+    EXPECT_EQ(KEL_Hashmap_Hash(map_, key, value), model.Insert(key, value));
+    EXPECT_EQ(trace_.Messages(), model.told);
+    ASSERT_EQ(SizeOf(map_), model.size());
+    EXPECT_EQ(KEL_Hashmap_size(map_), model.count);
+    for (uint32_t i = 0; i < model.size(); ++i) {
+      const Slot &slot = SlotsOf(map_)[i];
+      const LiteralTable::Entry &entry = model.entries[i];
+      ASSERT_EQ(slot.used != 0, entry.used);
+      if (!entry.used)
+        continue;
+      ASSERT_EQ(slot.value, entry.value);
+      ASSERT_EQ(slot.key == nullptr, entry.null_key);
+      if (!entry.null_key) {
+        ASSERT_EQ(slot.key, entry.key);
+      }
+    }
+  }
+  LiteralTable model{64};
+
+ private:
+  TraceCapture trace_{"kelhash:1"};
+  AllocHooks hooks_;
+  KeyCopies copies_;
+  KEL_HASHMAP *map_ = KEL_Hashmap_Create(64, 1);
+  uint64_t next_ = 1;
+};
+
+TEST(HashmapGrow, FollowsItsStepsAlsoWhereItFailsHalfWayOrNests) {
+  // By home in 64 slots; alike in 128 and 256 as well, or only there.
+  std::vector<std::vector<std::string>> groups;
+  for (const uint32_t home : {60u, 63u, 188u, 5u})
+    groups.push_back(KeysAt(256, home, 16));
+  groups.push_back(KeysAt(64, 60, 16));
+  groups.push_back(KeysAt(128, 63, 16));
+  int half_way = 0, nested = 0;
+  for (uint32_t seed = 0; seed < 300 && !testing::Test::HasFailure(); ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    HashmapGrowth table;
+    for (int i = 0; i < 50 && table.model.size() <= 1024; ++i) {
+      const auto &group = groups[random() % (1 + seed % groups.size())];
+      const bool null_key = random() % 16 == 0;
+      ASSERT_NO_FATAL_FAILURE(
+          table.Insert(null_key ? nullptr : group[random() % group.size()].c_str()));
+    }
+    half_way += table.model.half_way;
+    nested += table.model.nested;
+  }
+  EXPECT_GT(half_way, 0);
+  EXPECT_GT(nested, 0);
+}
+
+// The growth of a half full table leaves the one of a full run still to come.
+TEST(HashmapGrow, OnceForHalfItsSizeAndOnceMoreForAFullRun) {
+  HashmapGrowth table;
+  std::vector<std::string> together = KeysAt(256, 20, 6);
+  for (const std::string &key : KeysAt(256, 148, 6))
+    together.push_back(key);
+  for (size_t i = 0; i < 11; ++i)
+    table.Insert(together[i].c_str());
+  for (uint32_t home = 40; home < 61; ++home)
+    table.Insert(KeysAt(128, home, 1)[0].c_str());
+  ASSERT_EQ(table.model.size(), 64u);
+  ASSERT_EQ(table.model.count, 32u);
+  table.Insert(together[11].c_str());
+  EXPECT_EQ(table.model.size(), 256u);
+  EXPECT_EQ(table.model.count, 33u);
 }
 
 TEST(HashmapModel, ManyInsertsLookupsAndDeletionsAgree) {

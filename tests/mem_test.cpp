@@ -269,6 +269,41 @@ TEST(ReAlloc, FailureOfNullAnnouncesNothing) {
   EXPECT_TRUE(hooks.updates.empty());
 }
 
+// ---- Sizes of 0, where the C library decides what it gives
+
+TEST(Malloc, OfNothingIsAnnouncedIfABlockCame) {
+  AllocHooks hooks;
+  void *block = KEL_Malloc(0, 0, 0xAB, "file", 1, "func");
+  ASSERT_NE(block, nullptr);
+  ASSERT_EQ(hooks.adds.size(), 1u);
+  EXPECT_EQ(hooks.adds[0].block, block);
+  EXPECT_EQ(hooks.adds[0].size, 0u);
+  KEL_Free(block, 0);
+  EXPECT_EQ(hooks.live(), 0);
+}
+
+TEST(Calloc, OfNothingIsAnnouncedIfABlockCame) {
+  AllocHooks hooks;
+  void *none = KEL_Calloc(0, 8, 0, "file", 1, "func");
+  void *empty = KEL_Calloc(8, 0, 0, "file", 1, "func");
+  ASSERT_EQ(hooks.adds.size(), 2u);
+  EXPECT_EQ(hooks.adds[0].size, 8u);
+  EXPECT_EQ(hooks.adds[1].size, 0u);
+  KEL_Free(none, 0);
+  KEL_Free(empty, 0);
+}
+
+TEST(ReAlloc, ToNothingReleasesAndAnnouncesNull) {
+  AllocHooks hooks;
+  void *block = KEL_Malloc(4, 0, 0, "file", 1, "func");
+  void *left = KEL_ReAlloc(block, 0);
+  ASSERT_EQ(hooks.updates.size(), 1u);
+  EXPECT_EQ(hooks.updates[0].old_block, block);
+  EXPECT_EQ(hooks.updates[0].new_block, left);
+  EXPECT_EQ(hooks.updates[0].size, 0u);
+  free(left);  // null with this C library, an empty block with others
+}
+
 // ---- KEL_Free
 
 TEST(Free, OfNullAnnouncesNothing) {

@@ -147,6 +147,65 @@ TEST_F(Ring, WhatIsUnreadMovesWithIt) {
     EXPECT_EQ(buffer[i], 30 + i);
 }
 
+TEST_F(Ring, TracesTheStateAfterTheSlide) {
+  KELRing_FillWBuf(ring, 90);
+  KELRing_DelRBuf(ring, 80);
+  KELRing_FillWBuf(ring, 60);
+  TraceCapture trace("kelring:3");
+  KELRing_DelRBuf(ring, 40);
+  EXPECT_EQ(
+      trace.Take(),
+      (Lines{Line("DEBUG", "KELRing_DelRBuf", "updated read buffer size(30) offset(0)\n")}));
+}
+
+TEST_F(Ring, TheWritePointerTracedIsTheOneReturned) {
+  KELRing_FillWBuf(ring, 60);
+  KELRing_DelRBuf(ring, 20);
+  TraceCapture trace("kelring:3");
+  const uint8_t *to = KELRing_GetWBuf(ring, &size);
+  EXPECT_EQ(to, BufferOf(ring) + 60);
+  const uint8_t *from = KELRing_GetRBuf(ring, &size);
+  EXPECT_EQ(from, BufferOf(ring) + 20);
+  EXPECT_EQ(
+      trace.Take(),
+      (Lines{Line("DEBUG", "KELRing_GetWBuf", Format("write Ptr(%x) size(100)\n", Low32(to))),
+             Line("DEBUG", "KELRing_GetRBuf",
+                  Format("read Ptr(%x) offset(20) size(40)\n", Low32(from)))}));
+}
+
+TEST_F(Ring, IsFilledAtTheReadOffsetAfterAReset) {
+  KELRing_FillWBuf(ring, 60);
+  KELRing_DelRBuf(ring, 20);
+  KELRing_Reset(ring);
+  uint8_t *to = KELRing_GetWBuf(ring, &size);
+  memcpy(to, "abc", 3);
+  EXPECT_EQ(KELRing_FillWBuf(ring, 3), 3u);
+  EXPECT_EQ(KELRing_GetRBuf(ring, &size), to);
+  EXPECT_EQ(size, 3u);
+  EXPECT_EQ(memcmp(BufferOf(ring) + 20, "abc", 3), 0);
+}
+
+TEST(RingSize0, HoldsNothingAndAlwaysSlides) {
+  KEL_RING *ring = KELRing_Create(0);
+  ASSERT_NE(ring, nullptr);
+  uint32_t size = 77;
+  EXPECT_EQ(KELRing_GetWBuf(ring, &size), BufferOf(ring));
+  EXPECT_EQ(size, 0u);
+  EXPECT_EQ(KELRing_DelRBuf(ring, 0), 0u);
+  EXPECT_EQ(ReadOffsetOf(ring), 0u);
+  EXPECT_EQ(KELRing_Destroy(ring), 0);
+}
+
+TEST(RingCreate, FailuresLeaveErrno) {
+  for (const int skip : {0, 1}) {
+    faults::malloc.Fail(nullptr, ENOMEM, skip);
+    errno = 0;
+    EXPECT_EQ(KELRing_Create(100), nullptr);
+    EXPECT_EQ(errno, ENOMEM);
+    faults::ResetAll();
+  }
+}
+
 TEST_F(Ring, ResetForgetsTheDataButNotTheOffset) {
   KELRing_FillWBuf(ring, 60);
   KELRing_DelRBuf(ring, 20);

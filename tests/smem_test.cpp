@@ -202,7 +202,7 @@ struct RegisterFailure {
   const char *what;
   int failing_malloc;  // which malloc fails, or -1
   int failing_calloc;  // which calloc fails, or -1
-  std::vector<std::string> messages;
+  Lines lines;
   int left_behind;  // blocks that stay with the slot
 };
 void PrintTo(const RegisterFailure &failure, std::ostream *out) {
@@ -224,7 +224,7 @@ TEST_P(PoolRegisterFailure, IsTracedAndLeavesTheSlotWithItsSize) {
   EXPECT_EQ(KEL_SMalloc_Register(50, "fifty"), -1);
   EXPECT_EQ(errno, ENOMEM);
   faults::ResetAll();
-  EXPECT_EQ(trace.Messages(), failure.messages);
+  EXPECT_EQ(trace.Take(), failure.lines);
   EXPECT_EQ(hooks.live(), failure.left_behind);
   EXPECT_TRUE(LockIsFree());
   // The slot keeps its size: it counts as registered while another one is.
@@ -235,22 +235,24 @@ TEST_P(PoolRegisterFailure, IsTracedAndLeavesTheSlotWithItsSize) {
   EXPECT_EQ(hooks.live(), 0);
 }
 
+TraceLine Registering(const std::string &message) {
+  return Error("KEL_SMalloc_Register", message);
+}
+Lines Adding(const std::string &message) {
+  return {Error("KEL_SMallocAdd", message), Registering("KEL_SMallocAdd failed.\n")};
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Step, PoolRegisterFailure,
     testing::Values(
-        RegisterFailure{"chunk list", 0, -1, {"can not alloc clist\n"}, 0},
-        RegisterFailure{"allocated list", 1, -1, {"can not alloc alist\n"}, 1},
-        RegisterFailure{"free list", 2, -1, {"can not alloc flist\n"}, 1},
-        RegisterFailure{
-            "chunk node", 3, -1, {"Out of memory\n", "KEL_SMallocAdd failed.\n"}, 3},
-        RegisterFailure{
-            "chunk record", 4, -1, {"Out of memory\n", "KEL_SMallocAdd failed.\n"}, 3},
-        RegisterFailure{
-            "memory", -1, 0, {"Out of memory size(212992)\n", "KEL_SMallocAdd failed.\n"}, 3},
-        RegisterFailure{
-            "records", -1, 1, {"Out of memory size(131072)\n", "KEL_SMallocAdd failed.\n"}, 3},
-        RegisterFailure{
-            "nodes", -1, 2, {"Out of memory size(98304)\n", "KEL_SMallocAdd failed.\n"}, 3}));
+        RegisterFailure{"chunk list", 0, -1, {Registering("can not alloc clist\n")}, 0},
+        RegisterFailure{"allocated list", 1, -1, {Registering("can not alloc alist\n")}, 1},
+        RegisterFailure{"free list", 2, -1, {Registering("can not alloc flist\n")}, 1},
+        RegisterFailure{"chunk node", 3, -1, Adding("Out of memory\n"), 3},
+        RegisterFailure{"chunk record", 4, -1, Adding("Out of memory\n"), 3},
+        RegisterFailure{"memory", -1, 0, Adding("Out of memory size(212992)\n"), 3},
+        RegisterFailure{"records", -1, 1, Adding("Out of memory size(131072)\n"), 3},
+        RegisterFailure{"nodes", -1, 2, Adding("Out of memory size(98304)\n"), 3}));
 
 TEST_F(Pool, ASlotWithoutListsRefusesToAllocateAndFree) {
   Register(4);
@@ -307,18 +309,34 @@ TEST_F(Pool, UnregisteringReleasesEverything) {
   EXPECT_STREQ(KEL_SMemGetName(8), "anew");
 }
 
+// Which of the blocks added, by their order, went first, second, ...
+std::vector<size_t> OrderOfRemoval(const AllocHooks &hooks) {
+  std::vector<size_t> order;
+  for (const auto &remove : hooks.removes)
+    for (size_t i = 0; i < hooks.adds.size(); ++i)
+      if (hooks.adds[i].block == remove.block)
+        order.push_back(i);
+  return order;
+}
+
 TEST_F(Pool, UnregisteringReleasesEachChunkAndThenTheListsInOrder) {
   AllocHooks hooks;
   Register(8);
   // Chunk list, allocated list, free list, chunk node, chunk, memory, records, nodes.
   ASSERT_EQ(hooks.adds.size(), 8u);
   KEL_SMalloc_UnRegister(8);
-  std::vector<size_t> order;
-  for (const auto &remove : hooks.removes)
-    for (size_t i = 0; i < hooks.adds.size(); ++i)
-      if (hooks.adds[i].block == remove.block)
-        order.push_back(i);
-  EXPECT_EQ(order, (std::vector<size_t>{3, 5, 6, 7, 4, 2, 1, 0}));
+  EXPECT_EQ(OrderOfRemoval(hooks), (std::vector<size_t>{3, 5, 6, 7, 4, 2, 1, 0}));
+}
+
+TEST_F(Pool, UnregisteringReleasesTheChunksInTheOrderOfTheirMaking) {
+  AllocHooks hooks;
+  Register(8);
+  for (uint32_t i = 0; i <= kBlocksPerChunk; ++i)
+    ASSERT_NE(KEL_SMalloc(8), nullptr);
+  ASSERT_EQ(hooks.adds.size(), 13u);
+  KEL_SMalloc_UnRegister(8);
+  EXPECT_EQ(OrderOfRemoval(hooks),
+            (std::vector<size_t>{3, 5, 6, 7, 4, 8, 10, 11, 12, 9, 2, 1, 0}));
 }
 
 TEST_F(Pool, AnUnknownSizeCannotBeUnregistered) {

@@ -45,6 +45,25 @@ TEST(StringPrint, IsVsnprintf) {
   EXPECT_STREQ(to, "0007");
 }
 
+TEST(StringPrint, MeasuresWithoutAPlace) {
+  char to[4] = "###";
+  EXPECT_EQ(KEL_snprintf(nullptr, 0, "%s-%d", "abc", 42), 6);
+  EXPECT_EQ(KEL_snprintf(to, 0, "%s", "abc"), 3);
+  EXPECT_STREQ(to, "###");
+}
+
+// As vsnprintf sees it, a size below 0 is one without end.
+TEST(StringPrint, ANegativeSizeIsHuge) {
+  char to[16];
+  char expected[16];
+  volatile int32_t size = -1;
+  const int result = snprintf(expected, static_cast<size_t>(size), "%s", "text");
+  EXPECT_EQ(KEL_snprintf(to, size, "%s", "text"), result);
+  if (result >= 0) {
+    EXPECT_STREQ(to, expected);
+  }
+}
+
 TEST(StringFourCc, IsTheCodesBytesInMemoryOrder) {
   char buffer[6] = "#####";
   EXPECT_EQ(KEL_FourCC_String(0x31637661, buffer), buffer);
@@ -104,7 +123,10 @@ INSTANTIATE_TEST_SUITE_P(
                     Trim{"a(b)c(d)e", "(", ")", 16, "d"}, Trim{"plain", "(", ")", 16, "plain"},
                     Trim{"plain", "(", ")", 4, "pla"}, Trim{"x<<y", "<<", ">>", 16, "<y"},
                     Trim{"a]b[c", "[", "]", 16, "c"}, Trim{"ab]cd]e", "[", "]", 16, "ab]cd"},
-                    Trim{"a[b", "[", "]", 1, ""}, Trim{"", "[", "]", 8, ""}));
+                    Trim{"a[b", "[", "]", 1, ""}, Trim{"", "[", "]", 8, ""},
+                    Trim{"a[b>>c", "[", ">>", 16, "b"}, Trim{"a\"b\"c", "\"", "\"", 16, "c"},
+                    Trim{"x<<y", "<<", "<", 16, ""}, Trim{"a[b]c", "", "]", 16, "a[b"},
+                    Trim{"a[b]c", "[", "", 16, "b]c"}, Trim{"a[]b", "[", "]", 16, ""}));
 
 TEST(StringTrimNull, NeedsAllFourPointers) {
   char to[4];

@@ -64,6 +64,15 @@ TEST_P(ErrorCode, TextIsStatic) {
 INSTANTIATE_TEST_SUITE_P(Table, ErrorCode, testing::ValuesIn(kCodes),
                          [](const auto &test) { return std::string(test.param.name); });
 
+// No text is built in a place that the next one overwrites.
+TEST(ErrorText, TextsStaySideBySide) {
+  std::vector<const char *> texts;
+  for (const CodeText &row : kCodes)
+    texts.push_back(KEL_GetErrorStr(row.value));
+  for (size_t i = 0; i < texts.size(); ++i)
+    EXPECT_STREQ(texts[i], kCodes[i].text);
+}
+
 TEST(ErrorText, EveryOtherCodeOfTheLibrarysRangeIsFail) {
   std::map<uint32_t, const char *> known;
   for (const CodeText &row : kCodes)

@@ -495,6 +495,12 @@ const ParseRow kParses[] = {
     {"LevelMissing", "a:,b:", "Module:a Level:0\nModule:b Level:0\n"},
     {"LevelNotHexadecimal", "a:0x4", "Module:a Level:0\n"},
     {"LevelNotOctal", "a:010", "Module:a Level:10\n"},
+    // A level keeps the low half of its number; one beyond all numbers is the
+    // largest one, whose low half is -1.
+    {"LevelBeyond32Bits", "a:4294967298,b:1", "Module:a Level:2\nModule:b Level:1\n"},
+    {"LevelBeyondAllNumbers", "a:99999999999999999999", "Module:a Level:-1\n"},
+    {"StarBeyondAllNumbersReadsOn", "*:99999999999999999999,b:4",
+     "Module:* Level:-1\nModule:b Level:4\n"},
     {"SecondColon", "a:b:3,c:2:1", "Module:a Level:0\nModule:c Level:2\n"},
     {"BlanksBelongToTheName", " a :1", "Module: a  Level:1\n"},
     // A star with a level ends the reading, one without does not.
@@ -547,6 +553,15 @@ TEST_F(Trace, CutNamesMatchAsStored) {
   EXPECT_EQ(TakeReceived().size(), 2u);
   Say(Repeat('n', 30).c_str(), 1, "text\n");
   Say(Repeat('m', 29).c_str(), 1, "text\n");
+  EXPECT_EQ(TakeReceived(), Texts{});
+}
+
+TEST_F(Trace, LevelsAreFilteredByTheLowHalfOfTheirNumber) {
+  Listen("a:4294967298,b:99999999999999999999");
+  Say("a", 2, "text\n");
+  EXPECT_EQ(TakeReceived().size(), 1u);
+  Say("a", 3, "text\n");
+  Say("b", 1, "text\n");
   EXPECT_EQ(TakeReceived(), Texts{});
 }
 
@@ -937,6 +952,24 @@ TEST_F(Trace, InitOpensTheFileForTextWriting) {
   EXPECT_EQ(path.Contents(), "");
 }
 
+// The file is open when file access tells so, but tracing does not know it yet.
+TEST_F(Trace, WhatTheOpeningTracesGoesToTheOtherSinks) {
+  const TempPath path;
+  TraceCapture trace;
+  Init(path.c_str());
+  const Lines lines = trace.Take();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].func, "KEL_FileOpen");
+  EXPECT_EQ(lines[0].level, "DEBUG");
+  Deinit();
+  EXPECT_EQ(path.Contents(), "");
+  Init("/nonexistent/kel.log");
+  const Lines failure = trace.Take();
+  ASSERT_EQ(failure.size(), 1u);
+  EXPECT_EQ(failure[0].func, "KEL_FileOpen");
+  EXPECT_EQ(failure[0].level, "ERROR");
+}
+
 TEST_F(Trace, InitGoesOnWithoutAFileThatCannotBeOpened) {
   Configure("m:4");
   faults::setvbuf.Replace([](FILE *, char *, int, size_t) { return 0; });
@@ -1237,6 +1270,27 @@ TEST_F(Trace, DeinitDestroysTheLockAndClosesTheFileOnce) {
   Deinit();
   EXPECT_EQ(faults::pthread_mutex_destroy.Count(), 1);
   EXPECT_EQ(faults::fclose.Count(), 1);
+}
+
+TEST_F(Trace, DeinitDestroysTheLockBeforeItClosesTheFile) {
+  const TempPath path;
+  Init(path.c_str());
+  faults::Record();
+  Deinit();
+  Texts calls;
+  for (const std::string &call : faults::Log())
+    if (call == "pthread_mutex_destroy" || call == "fclose")
+      calls.push_back(call);
+  EXPECT_EQ(calls, (Texts{"pthread_mutex_destroy", "fclose"}));
+}
+
+TEST_F(Trace, DeinitWithoutInitDoesNothing) {
+  TraceCapture trace("kelmutex:0,*:4");
+  faults::Record();
+  KEL_TraceDeinit();
+  KEL_TraceDeinit();
+  EXPECT_EQ(faults::pthread_mutex_destroy.Count(), 0);
+  EXPECT_EQ(faults::fclose.Count(), 0);
 }
 
 TEST_F(Trace, DeinitWithoutAFileClosesNothing) {

@@ -24,6 +24,14 @@ static int runtime(void) {
   KEL_Trace("none", KEL_LEVEL_ERROR, "c_caller", 1, "main", "%s\n", "not printed");
   void *block = KEL_Malloc(8, 0, 0, "c_caller", 1, "main");
   CHECK(block != NULL);
+  KEL_MemTrace(block, 8);
+  CHECK(KEL_Memcleanup(block, 8) == 0);
+  KEL_NonCacheFlush(block, 8);
+  CHECK(KEL_NonCacheGetPhys(block) == 0);
+  /* Empty hooks: they count nothing and keep nothing. */
+  KEL_MemTblAdd(block, 8, 0, "c_caller", 1, "main");
+  KEL_MemTblUpdate(block, block, 8);
+  KEL_MemTblRemove(block, 0);
   KEL_Free(block, 0);
   return 0;
 }
