@@ -16,7 +16,8 @@ KEL_BEGIN_DECLS
 
 typedef struct KEL_CIRCULAR KEL_CIRCULAR;
 
-/* An empty buffer for `size` bytes; null when memory is short. */
+/* An empty buffer for `size` bytes; null when memory is short. With a size of 0
+ * it takes and gives nothing but 0 bytes. */
 KEL_API KEL_NODISCARD KEL_CIRCULAR *KELCircular_Create(uint32_t size);
 
 /* Releases the buffer. Returns 0; -1 for null. */
@@ -25,7 +26,8 @@ KEL_API int32_t KELCircular_Destroy(KEL_CIRCULAR *buffer);
 /* Appends `count` bytes. Returns 0; -1 when they do not fit. */
 KEL_API int32_t KELCircular_Push(KEL_CIRCULAR *buffer, const void *from, uint32_t count);
 
-/* Takes the oldest `count` bytes. Returns 0; -1 when there are fewer. */
+/* Takes the oldest `count` bytes. Returns 0; -1 when there are fewer, which is
+ * traced at KEL_LEVEL_TRACE only: an empty buffer is no error. */
 KEL_API int32_t KELCircular_Pop(KEL_CIRCULAR *buffer, void *to, uint32_t count);
 
 KEL_END_DECLS

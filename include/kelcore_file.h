@@ -59,7 +59,8 @@ KEL_API int64_t KEL_FileTell(FILE *file);
 
 /* Reads or writes up to `count` bytes; returns how many. Fewer than asked at
  * the end of the file or on an error, which only the traces (reading: ERROR
- * for nothing at all, INFO for a part) and ferror() tell apart. */
+ * for nothing at all, also where `count` is 0, INFO for a part) and ferror()
+ * tell apart. */
 KEL_API uint64_t KEL_FileRead(FILE *file, void *buffer, uint64_t count);
 KEL_API uint64_t KEL_FileWrite(FILE *file, const void *buffer, uint64_t count);
 
@@ -74,10 +75,11 @@ KEL_API char *KEL_FileReadLine(FILE *file, char *buffer, int32_t size);
 KEL_API int32_t KEL_FileTextWrite(FILE *file, const char *text);
 
 /* The size in bytes, found by seeking and coming back; all ones when the
- * stream cannot be measured. */
+ * stream cannot be measured, as a pipe cannot. */
 KEL_API uint64_t KEL_FileSize(FILE *file);
 
-/* Cuts or extends an open file. Returns 0 or -1. */
+/* Cuts or extends an open file. What the stream still holds in its buffer is
+ * written later, and may extend the file again: flush before. Returns 0 or -1. */
 KEL_API int32_t KEL_FileTruncate(FILE *file, int64_t length);
 
 /* Writes buffers out and waits for the storage. Returns 0, or non-zero. */

@@ -53,8 +53,10 @@ KEL_API void KEL_Hashmap_Destroy(KEL_HASHMAP *table);
 KEL_API void KEL_Hashmap_DestroyFull(KEL_HASHMAP *table, void (*release)(uint64_t));
 
 /* Inserts a value under a copy of `key` (may be null; such an entry is never
- * found, nor is one whose key could not be copied). Returns the slot, or -1 when the table is
- * full and may not or cannot grow. */
+ * found, nor is one whose key could not be copied). Returns the slot, or -1 when
+ * the table is full and may not or cannot grow, or when all eleven slots of the
+ * key are taken also after one growth. A growth whose own reinsertion fails loses
+ * the entries that did not come to it yet. */
 KEL_API int32_t KEL_Hashmap_Hash(KEL_HASHMAP *table, const char *key, uint64_t value);
 
 /* Writes the value under `key`. Returns 0; -1 when there is none, 0 being

@@ -62,8 +62,8 @@ KEL_API int32_t KEL_QueueReset(KEL_QUEUE *queue);
  * null. Takes no lock. */
 KEL_API int32_t KEL_QueuePopRelease(KEL_QUEUE *queue);
 
-/* Unlocked reads. Name: the queue's own copy, null when it has none or for
- * null. Size: 0 for null. Full and empty: 1 or 0, -1 for null; an unbounded
+/* Unlocked reads. Name: the queue's own copy, null when it has none (none was
+ * given, or it could not be copied) or for null. Size: 0 for null. Full and empty: 1 or 0, -1 for null; an unbounded
  * queue is never full. */
 KEL_API const char *KEL_QueueGetName(KEL_QUEUE *queue);
 KEL_API int32_t KEL_QueueGetSize(KEL_QUEUE *queue);

@@ -21,7 +21,8 @@ KEL_BEGIN_DECLS
 KEL_API char *KEL_strrstr(const char *text, const char *pattern);
 
 /* vsnprintf into `to`, which has room for `size` bytes with the terminator.
- * Returns the length that the whole text would have, or a negative number. */
+ * Returns the length that the whole text would have, or a negative number. A
+ * size of 0 measures only (`to` may be null); a negative one is no limit. */
 KEL_API int32_t KEL_snprintf(char *to, int32_t size, const char *format, ...) KEL_PRINTF(3, 4);
 
 /* The code's four bytes in memory order as a text. `buffer` has room for 5

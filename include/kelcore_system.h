@@ -5,7 +5,8 @@
  *     ...
  *     KEL_SystemUnInit(NULL);
  *
- * Every call may be made from any thread; none blocks. */
+ * Every call may be made from any thread; none blocks but by what a callback
+ * does. KEL_GetErrorStr and KEL_GetLastError may be called from a signal handler. */
 #ifndef KELCORE_SYSTEM_H
 #define KELCORE_SYSTEM_H
 

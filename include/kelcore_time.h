@@ -2,7 +2,8 @@
  *
  * Clocks and arithmetic are stateless, never block and are safe from any thread
  * (KEL_GetlocalTime shares the C library's calendar buffer for an instant). They
- * report no failure, and no pointer may be null.
+ * report no failure, and no pointer may be null. All but KEL_GetlocalTime may be
+ * called from a signal handler.
  *
  *     static void tick(void *flag) { *(volatile sig_atomic_t *)flag = 1; }
  *     KEL_TIMER *timer = KEL_TimerCreate(20000, tick, &flag);
@@ -16,7 +17,9 @@
  * of interrupted threads come back early and a handler of the application's own
  * is lost. Expiries that meet a signal still pending give one callback, and an
  * error trace with their number. Tracing takes a lock: from a callback it can
- * stop a thread that was interrupted while it traced. Traces under "keltime". */
+ * stop a thread that was interrupted while it traced. So can the handler's own
+ * lines, if "keltime" is traced: that error, and at KEL_LEVEL_TRACE a line for
+ * each expiry. Traces under "keltime". */
 #ifndef KELCORE_TIME_H
 #define KELCORE_TIME_H
 

@@ -17,7 +17,9 @@
  *    level are not even read.
  *  - Formats supply their own line ends.
  *  - A line is cut at 4,095 characters.
- *  - Tracing never changes errno. */
+ *  - Tracing never changes errno.
+ *  - Tracing is no business of a signal handler: it takes a lock and writes to
+ *    stdio streams. */
 #ifndef KELCORE_TRACE_H
 #define KELCORE_TRACE_H
 
@@ -64,7 +66,8 @@ KEL_API void KEL_TraceDeinit(void);
 KEL_API void KEL_TraceSet(const char *text);
 
 /* Sets the line callback (null for none) and whether lines are echoed to
- * standard output (`echo` non-zero, the state at start). */
+ * standard output (`echo` non-zero, the state at start). Takes no lock: a line
+ * that is being traced may still go to the callback that was set before. */
 KEL_API void KEL_TraceSetCB(KEL_TRACE_CALLBACK callback, uint8_t echo);
 
 /* Prints one line if the table admits `level` for `module` (null: "none").

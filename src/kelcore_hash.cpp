@@ -111,8 +111,8 @@ void trace_rehash_failed() {
   TRACE_AS("KEL_Hashmap_Hash", KEL_LEVEL_ERROR, "rehash failed.\n");
 }
 
-// Doubles the table. The new copies of the keys replace the old ones, which
-// stay behind: callers may hold on to them through values.
+// Doubles the table. The reinsertion copies the keys once more; the old copies
+// stay behind, as they always have.
 int32_t kelhashmap_resize(KEL_HASHMAP *map) {
   if (map->expandable == 0) {
     TRACE_ERROR("resizing is not allowed! (expandable FALSE)\n");
