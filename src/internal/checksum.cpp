@@ -6,23 +6,34 @@
 
 #include <bit>
 
+#include "internal/checksum_arithmetic.h"
 #include "internal/relaxed.h"
 
 namespace kel::checksum {
 
 #if defined(__x86_64__)
 extern const Way kWideWay, kFoldingWay;
+#elif defined(__aarch64__)
+extern const Way kPolynomialWay, kInstructionWay;
 #endif
 
 namespace {
 
 constexpr size_t kSlice = 16;  // bytes taken in one step
+// Long data goes in five words side by side, each a sum of its own over the
+// words that lie a braid further on: none waits for the other.
+constexpr size_t kWords = 5;
+constexpr size_t kBraid = 8 * kWords;
 
-// What a byte becomes with 0 to 15 zero bytes behind it.
+// What a byte becomes with 0 to 15 zero bytes behind it; and the bytes of a word,
+// which look_up below takes from the last one, with a braid of zeros less their
+// own place behind them.
 struct Tables {
   uint32_t crc32[kSlice][256];
   uint16_t crc16[kSlice][256];
-  constexpr Tables() : crc32{}, crc16{} {
+  uint32_t crc32_braid[8][256];
+  uint16_t crc16_braid[8][256];
+  constexpr Tables() : crc32{}, crc16{}, crc32_braid{}, crc16_braid{} {
     for (uint32_t i = 0; i < 256; ++i) {
       uint32_t r = i;
       for (int bit = 0; bit < 8; ++bit)
@@ -36,6 +47,17 @@ struct Tables {
         crc16[k][i] =
             static_cast<uint16_t>(crc16[0][crc16[k - 1][i] & 0xFF] ^ (crc16[k - 1][i] >> 8));
       }
+    for (uint32_t i = 0; i < 256; ++i) {
+      uint32_t r32 = i, r16 = i;
+      for (size_t zeros = 1; zeros <= kBraid; ++zeros) {
+        r32 = crc32[0][r32 & 0xFF] ^ (r32 >> 8);
+        r16 = crc16[0][r16 & 0xFF] ^ (r16 >> 8);
+        if (zeros > kBraid - 8) {
+          crc32_braid[zeros - 1 - (kBraid - 8)][i] = r32;
+          crc16_braid[zeros - 1 - (kBraid - 8)][i] = static_cast<uint16_t>(r16);
+        }
+      }
+    }
   }
 };
 
@@ -65,6 +87,28 @@ template <typename Table>
          table[2][word >> 40 & 0xFF] ^ table[1][word >> 48 & 0xFF] ^ table[0][word >> 56];
 }
 
+// Takes braids as long as two are left, then all that the words hold.
+template <typename Table>
+uint32_t braids(const Table *slices, const Table *braid, uint32_t r, const uint8_t *&data,
+                size_t &size) {
+  uint64_t a = r, b = 0, c = 0, d = 0, e = 0;
+  for (; size >= 2 * kBraid; data += kBraid, size -= kBraid) {
+    a = look_up(braid, load(data) ^ a);
+    b = look_up(braid, load(data + 8) ^ b);
+    c = look_up(braid, load(data + 16) ^ c);
+    d = look_up(braid, load(data + 24) ^ d);
+    e = look_up(braid, load(data + 32) ^ e);
+  }
+  r = 0;
+  const uint64_t words[kWords] = {a, b, c, d, e};
+  for (const uint64_t word : words) {
+    r = look_up(slices, load(data) ^ word ^ r);
+    data += 8;
+  }
+  size -= kBraid;
+  return r;
+}
+
 bool always() {
   return true;
 }
@@ -72,6 +116,8 @@ bool always() {
 }  // namespace
 
 uint32_t crc32_by_table(uint32_t r, const uint8_t *data, size_t size) {
+  if (size >= 2 * kBraid)
+    r = braids(kTables.crc32, kTables.crc32_braid, r, data, size);
   for (; size >= kSlice; data += kSlice, size -= kSlice)
     r = look_up(kTables.crc32 + 8, load(data) ^ r) ^ look_up(kTables.crc32, load(data + 8));
   if (size >= 8) {
@@ -105,6 +151,8 @@ uint32_t crc32_by_table(uint32_t r, const uint8_t *data, size_t size) {
 }
 
 uint32_t crc16_by_table(uint32_t r, const uint8_t *data, size_t size) {
+  if (size >= 2 * kBraid)
+    r = braids(kTables.crc16, kTables.crc16_braid, r, data, size);
   for (; size >= kSlice; data += kSlice, size -= kSlice)
     r = look_up(kTables.crc16 + 8, load(data) ^ r) ^ look_up(kTables.crc16, load(data + 8));
   if (size >= 8) {
@@ -121,6 +169,9 @@ const Way kWays[] = {
 #if defined(__x86_64__)
     kWideWay,
     kFoldingWay,
+#elif defined(__aarch64__)
+    kPolynomialWay,
+    kInstructionWay,
 #endif
     {"tables", always, crc32_by_table, crc16_by_table},
 };

@@ -21,7 +21,7 @@
 #include <immintrin.h>
 #pragma GCC diagnostic pop
 
-#include "internal/checksum.h"
+#include "internal/checksum_arithmetic.h"
 
 namespace kel::checksum {
 
@@ -31,19 +31,6 @@ namespace {
 #define KEL_WIDE [[gnu::target("pclmul,vpclmulqdq,avx512f,avx512bw,avx512vl,gfni,avx2,sse4.1")]]
 
 // ---- CRC-32 ----
-
-// Multipliers that move 128 bits over `bits` more, for their low and their high
-// half. The product of two reflected numbers comes out one bit too low.
-constexpr uint64_t over(uint32_t bits) {
-  return uint64_t{crc32_power(bits)} << 1;
-}
-static_assert(over(512 + 32) == 0x154442BD4 && over(128 - 32) == 0x0CCAA009E);
-struct Multipliers {
-  uint64_t low, high;
-};
-constexpr Multipliers move_over(uint32_t bits) {
-  return {over(bits + 32), over(bits - 32)};
-}
 
 KEL_FOLDING __m128i fold(__m128i block, __m128i multipliers, __m128i data) {
   const __m128i low = _mm_clmulepi64_si128(block, multipliers, 0x00);
@@ -149,31 +136,6 @@ KEL_WIDE uint32_t crc32_wide(uint32_t r, const uint8_t *data, size_t size) {
 }
 
 // ---- The 16-bit sum ----
-
-// The lanes' registers, low and high bytes apart, become the register of all
-// that they saw. A high byte counts like a low byte one place further on.
-template <size_t kLanes>
-uint32_t sum_lanes(const uint8_t *low, const uint8_t *high) {
-  return crc16_by_table(0, low, kLanes) ^ crc16_by_table(0, high, kLanes - 1) ^
-         high[kLanes - 1];
-}
-
-// A part of the matrix of so many steps, as tables of nibbles: what the low or
-// high nibble of a low or high byte becomes, in its low or high byte.
-struct NibbleTables {
-  alignas(16) uint8_t table[4][2][16];
-};
-constexpr NibbleTables nibble_tables(uint32_t steps) {
-  const Crc16Map map = crc16_steps(steps);
-  NibbleTables tables{};
-  for (uint32_t nibble = 0; nibble < 4; ++nibble)
-    for (uint32_t value = 0; value < 16; ++value) {
-      const uint32_t result = map(value << (4 * nibble));
-      tables.table[nibble][0][value] = static_cast<uint8_t>(result);
-      tables.table[nibble][1][value] = static_cast<uint8_t>(result >> 8);
-    }
-  return tables;
-}
 
 constexpr size_t kShuffleLanes = 128;
 constexpr NibbleTables kNibbles = nibble_tables(kShuffleLanes);
