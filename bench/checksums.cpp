@@ -1,5 +1,6 @@
 // Checksums of short, middling and long data.
 
+#include "internal/checksum.h"
 #include "job.h"
 #include "kelcore.h"
 
@@ -32,9 +33,14 @@ static unsigned char data[65536 + 64];
 CHECKSUMS(crc32, kelcore, KEL32)
 CHECKSUMS(crc16, kelcore, KEL16)
 
+// By tables alone, as where the processor has no instructions for it.
+#define TABLES32(size) kel::checksum::crc32_by_table(0, data, size)
+CHECKSUMS(crc32_tables, kelcore, TABLES32)
+
 #ifdef HAVE_ZLIB
 #define ZLIB32(size) crc32(0, data, size)
 CHECKSUMS(crc32, zlib, ZLIB32)
+CHECKSUMS(crc32_tables, zlib, ZLIB32)
 #endif
 #ifdef HAVE_ISAL
 #define ISAL32(size) crc32_gzip_refl(0, data, size)

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Reads the JSON of kelcore_bench and prints each job's time and its ratios to
-the best peer and to the limit, as a Markdown table; with a second argument it
-also draws the ratios as a picture (SVG)."""
+the peers, the best one first, and to the limit, as a Markdown table; with a second
+argument it also draws the ratios as a picture (SVG)."""
 
 import json
 import sys
@@ -35,18 +35,17 @@ def rows(times):
         ours = who["kelcore"]
         limits = {k[6:]: v for k, v in who.items() if k.startswith("limit_")}
         peers = {k: v for k, v in who.items() if k != "kelcore" and not k.startswith("limit_")}
-        best = min(peers.items(), key=lambda item: item[1]) if peers else None
-        limit = min(limits.items(), key=lambda item: item[1]) if limits else None
-        yield job, ours, best, limit
+        by_time = lambda item: item[1]
+        yield job, ours, sorted(peers.items(), key=by_time), sorted(limits.items(), key=by_time)
 
 
-def cell(ours, other):
-    return f"{ours / other[1]:.2f} x {other[0]}" if other else "-"
+def cell(ours, others):
+    return ", ".join(f"{ours / time:.2f} x {who}" for who, time in others) or "-"
 
 
 def draw(table, path):
-    entries = [(job, other[0], ours / other[1]) for job, ours, best, limit in table
-               for other in (best, limit) if other]
+    entries = [(job, other[0], ours / other[1]) for job, ours, peers, limits in table
+               for other in peers + limits]
     height = 22 * len(entries) + 40
     lines = [f'<svg xmlns="http://www.w3.org/2000/svg" width="760" height="{height}" '
              'font-family="sans-serif" font-size="12">',
@@ -74,9 +73,9 @@ def main():
     except (OSError, ValueError) as error:
         sys.exit(f"table.py: {sys.argv[1]}: {error}")
     table = list(rows(medians(document)))
-    print("| job | kelcore | beside the best peer | beside the limit |\n| --- | --- | --- | --- |")
-    for job, ours, best, limit in table:
-        print(f"| {job} | {shown(ours)} | {cell(ours, best)} | {cell(ours, limit)} |")
+    print("| job | kelcore | beside peers | beside the limit |\n| --- | --- | --- | --- |")
+    for job, ours, peers, limits in table:
+        print(f"| {job} | {shown(ours)} | {cell(ours, peers)} | {cell(ours, limits)} |")
     if len(sys.argv) == 3:
         draw(table, sys.argv[2])
 

@@ -10,12 +10,12 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/install-packages.sh" g++ cmake make libbenchmark-dev python3 pkg-config
 if [ "${KELCORE_BENCH_PEERS:-1}" != 0 ]; then
   "$root/scripts/install-packages.sh" libglib2.0-dev libgstreamer1.0-dev libboost-dev \
-    zlib1g-dev libisal-dev libspdlog-dev
+    zlib1g-dev libisal-dev libspdlog-dev libmimalloc-dev ffmpeg
 fi
 
 build="$root/build/bench"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DKELCORE_BUILD_BENCH=ON \
-  -DKELCORE_BUILD_TESTS=OFF -DKELCORE_BUILD_EXAMPLES=OFF
+  -DKELCORE_BUILD_TESTS=OFF
 cmake --build "$build" -j "$(nproc)"
 
 filter=${1:--growth}

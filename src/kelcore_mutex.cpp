@@ -9,13 +9,10 @@
 #include "internal/alloc.h"
 #include "internal/deadline.h"
 #include "internal/errno_guard.h"
+#include "internal/lock.h"
 #include "internal/trace.h"
 
 KEL_TRACE_SOURCE("kelmutex", "kelcore_mutex")
-
-struct KEL_MUTEX {
-  pthread_mutex_t native;
-};
 
 namespace {
 
@@ -35,17 +32,16 @@ uint32_t lock_bounded(pthread_mutex_t *native, uint32_t timeout) {
   }
 }
 
+}  // namespace
+
 // Waits year by year: each deadline is far enough that setting the clock
 // cannot end the wait.
-uint32_t lock_unbounded(pthread_mutex_t *native) {
-  // A free mutex needs no deadline, and so no clock.
-  if (pthread_mutex_trylock(native) == 0)
-    return 0;
+uint32_t kel::lock_contended(KEL_MUTEX *mutex) {
   timespec deadline;
   int result;
   do {
     deadline = kel::deadline_after({kOneYearSeconds, 0});
-    result = pthread_mutex_timedlock(native, &deadline);
+    result = pthread_mutex_timedlock(&mutex->native, &deadline);
   } while (result == ETIMEDOUT);
   if (result != 0)
     TRACE_AS("KEL_MutexLock", KEL_LEVEL_ERROR,
@@ -54,8 +50,6 @@ uint32_t lock_unbounded(pthread_mutex_t *native) {
              static_cast<int>(deadline.tv_nsec / 1'000'000), result, strerror(result));
   return static_cast<uint32_t>(result);
 }
-
-}  // namespace
 
 KEL_MUTEX *KEL_MutexCreate(void) {
   KEL_MUTEX *mutex = KEL_ALLOC(KEL_MUTEX);
@@ -89,7 +83,8 @@ uint32_t KEL_MutexLock(KEL_MUTEX *mutex, uint32_t timeout) {
     case 0:
       return static_cast<uint32_t>(pthread_mutex_trylock(&mutex->native));
     case KEL_WAIT_FOREVER:
-      return lock_unbounded(&mutex->native);
+      // A free mutex needs no deadline, and so no clock.
+      return pthread_mutex_trylock(&mutex->native) == 0 ? 0 : kel::lock_contended(mutex);
     default:
       return lock_bounded(&mutex->native, timeout);
   }
