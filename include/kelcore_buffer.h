@@ -25,6 +25,10 @@
  *    equal read and write positions mean "nothing to read".
  *  - KELBuf_GetWBuf always offers minsize bytes, and never a tail of exactly
  *    minsize at the end of the area.
+ *  - Where the write point meets the read point, the whole area counts as free:
+ *    frames of exactly minsize (rounded to the alignment) can bring that about
+ *    with frames still unread, which later ones then overwrite. Commit less than
+ *    minsize, or keep the frames in flight below what the area holds.
  *  - A handle made late counts for earlier frames only what they were committed
  *    with.
  *  - KELBuf_Destroy of the last handle frees the area also when the caller gave

@@ -18,7 +18,8 @@
  * size. Names begin with '/'. Safe from any thread. Traces under "kelipc".
  *
  * Surprises worth knowing:
- *  - Send time-outs of the first family above 4294 ms wrap around.
+ *  - Time-outs of the first family above 4294 ms wrap around, those of sending and
+ *    of receiving; so KEL_WAIT_FOREVER is no endless wait there.
  *  - A custom message's priority is its length: longer ones are received
  *    first, and from 32,768 bytes on the kernel refuses them.
  *  - KEL_IPCClose does not free the handle's message buffer, and removes the

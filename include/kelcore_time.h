@@ -78,7 +78,9 @@ KEL_API int32_t KEL_TimerStop(KEL_TIMER *timer);
 
 /* Stops and releases the timer, waiting for a callback that is running on
  * another thread; no callback runs afterwards. A callback may destroy its own
- * timer, but no other one. Returns 0, or the first failing call's result; -1 for null. */
+ * timer, but no other one, and like everybody only once: callbacks of a short
+ * period can run on two threads at a time, so a periodic one guards itself.
+ * Returns 0, or the first failing call's result; -1 for null. */
 KEL_API int32_t KEL_TimerDestroy(KEL_TIMER *timer);
 
 /* The handler of the timer signal: `information` is a siginfo_t *. */

@@ -17,6 +17,15 @@
  *    although the free count drops. Use a region above the heap of the process,
  *    as mmap gives it (malloc does so too for 128 KiB and more).
  *  - The last block, when it would be handed out whole, is not handed out.
+ *  - The search begins at the block handed out last also when that block has been
+ *    absorbed by a free one before it; its old header is used again then, inside
+ *    the other block, and later checks report headers as broken: such blocks
+ *    cannot be freed, their bytes are lost. Allocate the next block before you
+ *    free the last one, or free in the order of allocation.
+ *  - The blocks form a ring: freeing the first block while the last one is free
+ *    merges both, and the header's size then exceeds the region. KEL_VMalloc
+ *    refuses such a block; KEL_VReAlloc returns it, and only as many bytes as
+ *    lie inside the region may be used.
  *  - KEL_VMemDestroy frees the region also when the caller gave it: it must
  *    come from malloc then.
  *  - KEL_VReAlloc returns the address of a block's header, 56 bytes before its
