@@ -124,7 +124,7 @@ class Chain {
     if (end == End::kHead)
       unlink_head(queue, entry, func);
     else
-      unlink_tail(queue, entry, func);
+      unlink_tail(queue, entry);
     kel::pooled_record_delete(entry, kEntryBytes);
     return data;
   }
@@ -156,11 +156,7 @@ class Chain {
   }
 
   // The head stays where it is, also when its entry goes.
-  static void unlink_tail(KEL_QUEUE *queue, const Entry *entry, const char *func) {
-    queue->tail = entry->prev;
-    if (queue->tail == nullptr && queue->head == nullptr)
-      trace_empty(queue, func);
-  }
+  static void unlink_tail(KEL_QUEUE *queue, const Entry *entry) { queue->tail = entry->prev; }
 };
 
 // ---- Bounded: nodes made at creation move between a free and a busy list ----

@@ -241,8 +241,7 @@ int32_t KEL_SMalloc_Register(uint32_t size, const char *name) {
     TRACE_ERROR("KEL_SMallocAdd failed.\n");
     return -1;
   }
-  if (name_of(slot) == nullptr)
-    store_relaxed(name_of(slot), strdup(name != nullptr ? name : kDefaultName));
+  store_relaxed(name_of(slot), strdup(name != nullptr ? name : kDefaultName));
   TRACE_DEBUG("success size(%d) index(%d)\n", static_cast<int32_t>(block_size), registered);
   store_relaxed(registered, registered + 1);
   return 0;

@@ -227,9 +227,7 @@ void KEL_ThreadPool_Delete(KEL_THREADPOOL *pool) {
 
 void *KEL_ThreadPool_Routine(void *slot) {
   auto *worker = static_cast<Worker *>(slot);
-  while (running(worker)) {
-    if (!wait_for(worker->start) || !running(worker))
-      break;
+  while (running(worker) && wait_for(worker->start) && running(worker)) {
     worker->result = worker->job(worker->arg);
     KEL_EventSend(worker->done);
   }

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "alloc_hooks.h"
@@ -170,6 +171,24 @@ TEST(BufferExternal, AreasComeAndGoThroughTheCallbacks) {
   EXPECT_EQ(trace.Messages()[2], Format("used ext buf (%x)\n", Low32(external_area)));
 }
 
+// The sizes that the system's allocator takes end at 32 bits.
+TEST(BufferCreate, SizesThatDoNotFitFailLikeMissingMemory) {
+  TraceCapture trace("kelbuffer:1");
+  KEL_BUF_PARAM param = Param(0xFFFFFFFF, 100, 4, 16);
+  external_size = 0;
+  EXPECT_EQ(KELBuf_Create(&param, nullptr), nullptr);
+  param.alloc = AllocExternal;
+  param.free = FreeExternal;
+  EXPECT_EQ(KELBuf_Create(&param, nullptr), nullptr);
+  EXPECT_EQ(external_size, 0u) << "not even asked";
+  param = Param(1000, 100, 0x10000000);
+  EXPECT_EQ(KELBuf_Create(&param, nullptr), nullptr);
+  EXPECT_EQ(trace.Messages(),
+            (std::vector<std::string>{"buffer head alloc failed size(0)\n",
+                                      "external buffer alloc failed size(0)\n",
+                                      "buffer node alloc failed size(0)\n"}));
+}
+
 TEST(BufferExternal, NeedsBothCallbacksAndAnArea) {
   TraceCapture trace("kelbuffer:1");
   KEL_BUF_PARAM param = Param(1000, 100, 4);
@@ -249,6 +268,32 @@ TEST_F(Buffer, ATailOfMoreThanMinsizeIsUsed) {
   EXPECT_EQ(Write(10), 200);
 }
 
+TEST_F(Buffer, WithoutAWholeFrameLeftNothingIsOffered) {
+  Make(301, 100, 8);
+  Write(100);
+  Write(100);
+  Write(100);
+  TraceCapture trace("kelbuffer:1");
+  EXPECT_EQ(Write(1), -28);
+  EXPECT_EQ(trace.Take(),
+            (Lines{Error("KELBuf_GetWBuf",
+                         "not enough write buffer space (media:1, index:3, remain:1 < "
+                         "minsize:100, usedcnt:3, num:8)\n")}));
+}
+
+// Deleting a frame out of turn leads the read point to a place where nothing was
+// committed yet: it counts as the start of the area.
+TEST_F(Buffer, AReadPointWithoutAFrameIsTheStart) {
+  Make(300, 100, 8);
+  Write(10);
+  Write(10);
+  KEL_BUF_DESC desc = {};
+  ASSERT_EQ(KELBuf_FindRBuf(buf, area + 10, &desc), 0);
+  Delete();
+  EXPECT_EQ(Status().filled, 1u);
+  EXPECT_EQ(Write(1), 20);
+}
+
 TEST_F(Buffer, WrapsOnlyWhereTheStartIsFree) {
   Make(300, 100, 8);
   Write(99);
@@ -306,6 +351,8 @@ TEST_F(Buffer, RefusesBadArguments) {
   EXPECT_EQ(KELBuf_FillWBuf(buf, &desc), -22);
   desc = {area, 5, 4, 0, 0, 0, 0, 0};
   EXPECT_EQ(KELBuf_FillWBuf(buf, &desc), -22);
+  EXPECT_EQ(KELBuf_FillWBuf(buf, nullptr), -22);
+  EXPECT_EQ(KELBuf_GetRBuf(buf, nullptr), -22);
   EXPECT_EQ(KELBuf_GetRBuf(nullptr, &desc), -22);
   EXPECT_EQ(KELBuf_DelRBuf(nullptr, &desc), -22);
   EXPECT_EQ(KELBuf_FindRBuf(nullptr, area, &desc), -22);
@@ -320,8 +367,10 @@ TEST_F(Buffer, RefusesBadArguments) {
                 Format("invalid arguments node size(0) buf(%p)\n", static_cast<void *>(area)),
                 "invalid arguments node size(5) buf((nil))\n",
                 "invalid arguments bufsize(101) minsize(100) size(5)\n",
-                "invalid arguments bufsize(4) minsize(100) size(5)\n", "invalid arguments\n",
-                "invalid arguments\n", "invalid arguments\n", "invalid arguments\n"}));
+                "invalid arguments bufsize(4) minsize(100) size(5)\n",
+                Format("invalid arguments buf(%p) node((nil))\n", static_cast<void *>(buf)),
+                "invalid arguments\n", "invalid arguments\n", "invalid arguments\n",
+                "invalid arguments\n", "invalid arguments\n"}));
 }
 
 TEST_F(Buffer, UsageIsToldInPercent) {
@@ -349,6 +398,67 @@ TEST_F(Buffer, TheFlagIsSetFrom80Percent) {
   KELBuf_GetWBuf(buf, &desc);
   EXPECT_EQ(KELBuf_GetUsage()->media1[3], 80u);
   EXPECT_EQ(KELBuf_GetUsage()->high, 1u);
+}
+
+TEST_F(Buffer, EachMediaHasItsPlaceInTheTable) {
+  const KEL_BUF_USAGE *usage = KELBuf_GetUsage();
+  const auto usage_of = [&](uint32_t media, uint32_t index, uint32_t bytes) {
+    KEL_BUF_PARAM param = Param(1000, 100, 20);
+    param.media = media;
+    param.index = index;
+    buf = KELBuf_Create(&param, nullptr);
+    KEL_BUF_DESC desc = {};
+    KELBuf_GetWBuf(buf, &desc);
+    desc.size = bytes;
+    EXPECT_EQ(KELBuf_FillWBuf(buf, &desc), 0);
+    EXPECT_EQ(KELBuf_GetWBuf(buf, &desc), 0);
+    KELBuf_Destroy(std::exchange(buf, nullptr));
+  };
+  usage_of(1, 0, 10);
+  usage_of(1, 15, 20);
+  usage_of(2, 0, 30);
+  usage_of(3, 0, 40);
+  const auto expect_all = [&] {
+    EXPECT_EQ(usage->media1[0], 11u);
+    EXPECT_EQ(usage->media1[15], 12u);
+    EXPECT_EQ(usage->media2, 13u);
+    EXPECT_EQ(usage->media3, 14u);
+  };
+  expect_all();
+  // Others have none, but the flag is everybody's.
+  KEL_BUF_PARAM param = Param(100, 80, 20);
+  for (const auto &[media, index] : {std::pair{1u, 16u}, {0u, 0u}, {4u, 0u}}) {
+    usage_of(media, index, 50);
+    EXPECT_EQ(usage->high, 0u);
+    param.media = media;
+    param.index = index;
+    buf = KELBuf_Create(&param, nullptr);
+    KEL_BUF_DESC desc = {};
+    KELBuf_GetWBuf(buf, &desc);
+    desc.size = 10;
+    KELBuf_FillWBuf(buf, &desc);
+    KELBuf_GetWBuf(buf, &desc);
+    KELBuf_Destroy(std::exchange(buf, nullptr));
+    EXPECT_EQ(usage->high, 1u);
+    expect_all();
+  }
+}
+
+// Frames may be committed at places that the pool did not offer.
+TEST(BufferUsage, OfAnAreaOfNothingIsNothing) {
+  KEL_BUF_PARAM param = Param(0, 10, 4);
+  param.area = malloc(200);
+  auto *area = static_cast<uint8_t *>(param.area);
+  KEL_BUF *buf = KELBuf_Create(&param, nullptr);
+  ASSERT_NE(buf, nullptr);
+  KEL_BUF_DESC desc = {area + 100, 5, 10, 0, 0, 0, 0, 0};
+  EXPECT_EQ(KELBuf_FillWBuf(buf, &desc), 0);
+  desc.data = area;
+  EXPECT_EQ(KELBuf_FillWBuf(buf, &desc), 0);
+  EXPECT_EQ(KELBuf_GetWBuf(buf, &desc), 0);
+  EXPECT_EQ(desc.data, area + 5);
+  EXPECT_EQ(KELBuf_GetUsage()->media1[3], 0u);
+  KELBuf_Destroy(buf);
 }
 
 // ---- Reading ----
@@ -443,6 +553,24 @@ TEST_F(Buffer, StatusTellsWhereEachHandleIs) {
   EXPECT_EQ(Status().span, 0u);
 }
 
+TEST_F(Buffer, StatusNeedsAHandleAndAPlace) {
+  Make(1000, 100, 4);
+  KEL_BUF_STATUS status = {};
+  TraceCapture trace("kelbuffer:4");
+  EXPECT_EQ(KELBuf_BufStatus(nullptr, &status), -22);
+  EXPECT_EQ(KELBuf_BufStatus(buf, nullptr), -22);
+  EXPECT_EQ(trace.Take(), Lines{});
+}
+
+TEST_F(Buffer, DeletingNeedsNoDescription) {
+  Make(1000, 100, 4);
+  Write(10);
+  TraceCapture trace("kelbuffer:4");
+  EXPECT_EQ(KELBuf_DelRBuf(buf, nullptr), 0);
+  EXPECT_EQ(trace.Take(), (Lines{Line("TRACE", "KELBuf_DelRBuf", "buf(0) size(0)\n")}));
+  EXPECT_EQ(Status().filled, 0u);
+}
+
 TEST_F(Buffer, FindsFramesForwardAndBackward) {
   Make(1000, 100, 4);
   for (int i = 0; i < 3; ++i)
@@ -485,6 +613,13 @@ TEST_F(Buffer, TheUserLockWaits3000Milliseconds) {
                                        "lock timeout! (err 11:Resource temporarily "
                                        "unavailable)\n")}));
   EXPECT_EQ(KELBuf_LockLeave(buf), 0);
+}
+
+TEST(BufferUserLock, OfNullDoesNothing) {
+  TraceCapture trace("kelbuffer:4");
+  EXPECT_EQ(KELBuf_LockEnter(nullptr), 0);
+  EXPECT_EQ(KELBuf_LockLeave(nullptr), 0);
+  EXPECT_EQ(trace.Take(), Lines{});
 }
 
 // ---- Threads ----

@@ -76,6 +76,17 @@ TEST_P(Ways, LongRuns) {
   }
 }
 
+TEST(Checksum, TheFirstUsableWayIsTaken) {
+  const auto never = [] { return false; };
+  const auto always = [] { return true; };
+  const checksum::Way ways[] = {{"none", never, nullptr, nullptr},
+                                {"nor this", never, nullptr, nullptr},
+                                {"this", always, nullptr, nullptr},
+                                {"not needed", always, nullptr, nullptr}};
+  EXPECT_EQ(&checksum::first_usable(ways), &ways[2]);
+  EXPECT_EQ(&checksum::first_usable(ways + 3), &ways[3]);
+}
+
 TEST(Checksum, TheBestWayIsUsable) {
   EXPECT_TRUE(checksum::best().usable());
   EXPECT_TRUE(checksum::kWays[checksum::kWayCount - 1].usable()) << "tables are, everywhere";

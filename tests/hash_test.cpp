@@ -369,6 +369,59 @@ TEST_F(Hashmap, DumpPrintsEverySlot) {
 
 // ---- Growing ----
 
+TEST(HashmapGet, TellsKeysOfOneHashApart) {
+  std::map<uint32_t, std::string> seen;
+  std::string one, other;
+  for (int i = 0; one.empty(); ++i) {
+    const std::string key = "same" + std::to_string(i);
+    const auto [known, fresh] = seen.emplace(KEL_Hashmap_string(key.c_str(), 0), key);
+    if (!fresh) {
+      one = known->second;
+      other = key;
+    }
+  }
+  KEL_HASHMAP *map = KEL_Hashmap_Create(16, 0);
+  uint64_t value = 0;
+  ASSERT_GE(KEL_Hashmap_Hash(map, one.c_str(), 1), 0);
+  EXPECT_EQ(KEL_Hashmap_Get(map, other.c_str(), &value), -1);
+  ASSERT_GE(KEL_Hashmap_Hash(map, other.c_str(), 2), 0);
+  EXPECT_EQ(KEL_Hashmap_Get(map, one.c_str(), &value), 0);
+  EXPECT_EQ(value, 1u);
+  EXPECT_EQ(KEL_Hashmap_Get(map, other.c_str(), &value), 0);
+  EXPECT_EQ(value, 2u);
+  KEL_Hashmap_DestroyFull(map, nullptr);
+}
+
+// Null keys, the empty key and free slots all have the hash 0.
+TEST(HashmapGet, TellsTheEmptyKeyFromNullAndFromNothing) {
+  KEL_HASHMAP *map = KEL_Hashmap_Create(16, 0);
+  uint64_t value = 0;
+  EXPECT_EQ(KEL_Hashmap_Get(map, "", &value), -1);
+  EXPECT_EQ(KEL_Hashmap_Hash(map, nullptr, 1), 0);
+  EXPECT_EQ(KEL_Hashmap_Get(map, "", &value), -1);
+  EXPECT_EQ(KEL_Hashmap_Hash(map, "", 2), 1);
+  EXPECT_EQ(KEL_Hashmap_Get(map, "", &value), 0);
+  EXPECT_EQ(value, 2u);
+  KEL_Hashmap_DestroyFull(map, nullptr);
+}
+
+TEST(HashmapGrow, BeyondWhatSlotsCanCountFailsLikeMissingMemory) {
+  // The array is never looked at: the record is made to look half full.
+  faults::calloc.Replace([](size_t, size_t) { return faults::calloc.Real(1, 24); });
+  KEL_HASHMAP *map = KEL_Hashmap_Create(0x80000000, 1);
+  faults::calloc.Reset();
+  const uint32_t count = 0x40000000;
+  memcpy(reinterpret_cast<char *>(map) + 4, &count, sizeof count);
+  TraceCapture trace;
+  errno = 0;
+  EXPECT_EQ(KEL_Hashmap_Hash(map, "key", 1), -1);
+  EXPECT_EQ(errno, ENOMEM);
+  EXPECT_EQ(trace.Take(), (Lines{Error("kelhashmap_resize", "Out of memory\n"),
+                                 Error("KEL_Hashmap_Hash", "rehash failed.\n")}));
+  EXPECT_EQ(SizeOf(map), 0x80000000u);
+  KEL_Hashmap_Destroy(map);
+}
+
 TEST(HashmapGrow, WithoutLeaveTakesHalfItsSize) {
   KEL_HASHMAP *map = KEL_Hashmap_Create(4, 0);
   EXPECT_GE(KEL_Hashmap_Hash(map, "a", 1), 0);

@@ -196,6 +196,15 @@ TEST_F(Ipc, OpeningFailuresAreTracedAndReleaseWhatTheyCan) {
                                 queue_failed, "ipc message buffer alloc fail. size(116)\n"}));
 }
 
+TEST_F(Ipc, WithoutMemoryThereIsNoHandle) {
+  faults::malloc.Fail(nullptr, ENOMEM);
+  EXPECT_EQ(KEL_IPCOpen_CustomMsg(name.c_str(), 4, 100, 0, nullptr, 1), nullptr);
+  EXPECT_EQ(trace.Messages("kelipc", "ERROR"),
+            (std::vector<std::string>{"ipc malloc failed size(32)\n"}));
+  EXPECT_EQ(KEL_IPC_MsgOpen(name.c_str(), 4, 100, 1), nullptr);
+  EXPECT_EQ(trace.Messages("kelipc", "ERROR"), std::vector<std::string>{});
+}
+
 TEST_F(Ipc, ACustomSemaphoreIsMadeOnlyWhenNamedAndAllowed) {
   EXPECT_EQ(OpenCustom(0, sema_name.c_str()), nullptr);
   EXPECT_EQ(trace.Messages("", "ERROR"), (std::vector<std::string>{"mutex init failed\n"}));
@@ -292,6 +301,13 @@ TEST_F(Ipc, TheSenderTakesATurnAndGivesItBack) {
   faults::Record();
   EXPECT_EQ(KEL_IPCSend(ipc, &too_long, 0, 0), -22);
   EXPECT_EQ(Calls(), (std::vector<std::string>{"sem_wait", "sem_post"}));
+}
+
+TEST_F(Ipc, ACustomSenderTakesATurnAtItsSemaphore) {
+  KEL_IPC *ipc = OpenCustom(1, sema_name.c_str());
+  faults::Record();
+  EXPECT_EQ(KEL_IPCSend_CustomMsg(ipc, "text", 4, 0), 0);
+  EXPECT_EQ(Calls(), (std::vector<std::string>{"sem_wait", "mq_send", "sem_post"}));
 }
 
 TEST_F(Ipc, ACustomHandleWithoutSemaphoreTakesNoTurn) {

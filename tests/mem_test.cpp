@@ -17,6 +17,7 @@
 
 #include "alloc_hooks.h"
 #include "faults.h"
+#include "new_process.h"
 #include "trace_capture.h"
 
 namespace {
@@ -406,19 +407,6 @@ class NonCache : public testing::Test {
   NonCache() { pair = {}; }
   ~NonCache() override { KEL_MemInit(LikeDefaultMalloc, LikeDefaultFree); }
 };
-
-// Runs `statement` in a new process that executes no other test.
-#define EXPECT_IN_NEW_PROCESS(statement)              \
-  do {                                                \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");   \
-    EXPECT_EXIT(                                      \
-        {                                             \
-          statement;                                  \
-          fflush(stdout);                             \
-          _exit(testing::Test::HasFailure() ? 1 : 0); \
-        },                                            \
-        testing::ExitedWithCode(0), "");              \
-  } while (0)
 
 void CheckDefaultPair() {
   size_t asked = 0;

@@ -19,6 +19,7 @@
 #include "kelcore_mutex.h"
 #include "kelcore_smem.h"
 #include "kelcore_time.h"
+#include "kelcore_trace.h"
 #include "trace_capture.h"
 
 namespace {
@@ -341,6 +342,26 @@ TEST_P(Queue, MixedEndsNeverTouchFreedEntries) {
   ExpectPop(3);
   EXPECT_EQ(KEL_QueuePopTail(queue, nullptr, 0), &items[4]);
   EXPECT_EQ(KEL_QueueEmpty(queue), 1);
+}
+
+// Emptiness is read without the lock, so it may be asked between two steps of a
+// pop: while that traces, for instance.
+KEL_QUEUE *asked = nullptr;
+int32_t answer = -2;
+void Ask(const char *) {
+  answer = KEL_QueueEmpty(asked);
+}
+
+TEST_P(Queue, IsEmptyAsSoonAsItsLastEntryIsUnlinked) {
+  Push(0, 0);
+  asked = queue;
+  answer = -2;
+  {
+    TraceCapture trace("kelqueue:4");
+    KEL_TraceSetCB(Ask, 0);
+    ExpectPop(0);
+  }
+  EXPECT_EQ(answer, bounded() ? -2 : 1) << "only the unbounded one traces here";
 }
 
 TEST_P(Queue, NumbersAreOptional) {

@@ -267,6 +267,39 @@ TEST_F(Pool, ASlotWithoutListsRefusesToAllocateAndFree) {
                    Error("KEL_SFree", "can not find registerd memroy size(50)\n")}));
 }
 
+TEST_F(Pool, EachMissingListRefusesToAllocate) {
+  Register(4);
+  for (const int failing : {0, 1}) {
+    faults::malloc.Fail(nullptr, ENOMEM, failing, 1);
+    EXPECT_EQ(KEL_SMalloc_Register(50, nullptr), -1);
+    faults::ResetAll();
+    TraceCapture trace("kelsmem:1");
+    EXPECT_EQ(KEL_SMalloc(50), nullptr);
+    EXPECT_EQ(trace.Take(),
+              (Lines{Error("KEL_SMalloc", "can not find registerd memroy size(50)\n")}));
+    KEL_SMalloc_UnRegister(50);
+    KEL_SMalloc_Init();
+    KEL_SMalloc_Register(4, nullptr);
+  }
+}
+
+// Sizes are looked up without the lock, so a class can be seen half made.
+TEST_F(Pool, AClassInTheMakingRefusesToAllocate) {
+  AllocHooks hooks;
+  int lists = 0;
+  void *early = nullptr;
+  hooks.on_add = [&](void *, uint32_t) {
+    if (++lists == 3)  // its free list has memory, but is not in the table yet
+      early = KEL_SMalloc(8);
+  };
+  TraceCapture trace("kelsmem:1");
+  Register(8);
+  hooks.on_add = nullptr;
+  EXPECT_EQ(early, nullptr);
+  EXPECT_EQ(trace.Take(),
+            (Lines{Error("KEL_SMalloc", "can not find registerd memroy size(8)\n")}));
+}
+
 TEST_F(Pool, SlotsLostToFailuresCanRunOut) {
   for (uint32_t i = 1; i <= 10; ++i) {
     faults::calloc.Fail(nullptr, ENOMEM);

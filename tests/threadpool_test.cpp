@@ -240,6 +240,20 @@ TEST_F(Pool, AnEventThatCannotBeWaitedForIsNotCollected) {
   EXPECT_EQ(result, 7);
 }
 
+TEST(PoolDelete, WorkersThatCannotWaitHaveEnded) {
+  AllocHooks hooks;
+  faults::sem_trywait.Fail(-1, EINVAL);
+  faults::sem_wait.Fail(-1, EINVAL);
+  KEL_THREADPOOL *pool = KEL_ThreadPool_Create("x", 0, 0, 2);
+  ASSERT_NE(pool, nullptr);
+  while (faults::sem_wait.Count() < 2)
+    std::this_thread::yield();
+  TraceCapture trace("kelthread:1");
+  KEL_ThreadPool_Delete(pool);
+  EXPECT_EQ(trace.Take(), Lines{});
+  EXPECT_EQ(hooks.live(), 0);
+}
+
 TEST(PoolCreate, NamesItsThreads) {
   std::vector<std::string> names;
   faults::pthread_setname_np.Replace([&](pthread_t, const char *name) {

@@ -443,6 +443,49 @@ TEST_F(Timer, NoCallbackRunsAfterDestroy) {
 
 KEL_TIMER *self_destroying = nullptr;
 
+TEST_F(Timer, TheOlderOfTwoFiresAndGoesAsWell) {
+  KEL_TIMER *younger = KEL_TimerCreate(3'600'000'000, Fire, nullptr);
+  ASSERT_NE(younger, nullptr);
+  EXPECT_EQ(KEL_TimerStart(younger, 0, 0, nullptr, nullptr), 0);
+  EXPECT_EQ(KEL_TimerStart(timer, 1000, 0, nullptr, nullptr), 0);
+  EXPECT_TRUE(AwaitFired(1));
+  EXPECT_EQ(KEL_TimerDestroy(timer), 0);
+  timer = nullptr;
+  Deliver(younger, SI_TIMER, IdOf(younger));
+  EXPECT_EQ(fired, 2);
+  EXPECT_EQ(KEL_TimerDestroy(younger), 0);
+}
+
+TEST(TimerCallback, MayBeMissing) {
+  KEL_TIMER *timer = KEL_TimerCreate(1000, nullptr, nullptr);
+  ASSERT_NE(timer, nullptr);
+  TraceCapture trace("keltime:1");
+  Deliver(timer, SI_TIMER, IdOf(timer));
+  EXPECT_EQ(trace.Take(), Lines{});
+  EXPECT_EQ(KEL_TimerDestroy(timer), 0);
+}
+
+// The list of live timers belongs to one thread at a time; the others stand back.
+TEST(TimerThreads, TakeTurnsAtTheList) {
+  faults::sched_yield.Replace([] { return faults::sched_yield.Real(); });
+  std::atomic<bool> enough{false};
+  const auto work = [&] {
+    while (!enough) {
+      KEL_TIMER *timer = KEL_TimerCreate(3'600'000'000, Fire, nullptr);
+      ASSERT_NE(timer, nullptr);
+      ASSERT_EQ(KEL_TimerDestroy(timer), 0);
+    }
+  };
+  std::thread one(work), other(work), third(work);
+  for (int i = 0; i < 60'000 && faults::sched_yield.Count() == 0; ++i)
+    KEL_ThreadSleep(1);
+  enough = true;
+  one.join();
+  other.join();
+  third.join();
+  EXPECT_GT(faults::sched_yield.Count(), 0);
+}
+
 TEST(TimerDestroy, MayComeFromItsOwnCallback) {
 #ifdef __SANITIZE_THREAD__
   GTEST_SKIP() << "ThreadSanitizer refuses any release of memory in a signal handler";

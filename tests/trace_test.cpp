@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "faults.h"
+#include "new_process.h"
 #include "trace_capture.h"
 
 namespace {
@@ -114,20 +115,6 @@ class Trace : public testing::Test {
  private:
   bool initialised_ = false;
 };
-
-// Runs `statement` in a new process that executes no other test: the state at
-// start, and the level of KEL_Traces, cannot be had back once changed.
-#define EXPECT_IN_NEW_PROCESS(statement)              \
-  do {                                                \
-    GTEST_FLAG_SET(death_test_style, "threadsafe");   \
-    EXPECT_EXIT(                                      \
-        {                                             \
-          statement;                                  \
-          fflush(stdout);                             \
-          _exit(testing::Test::HasFailure() ? 1 : 0); \
-        },                                            \
-        testing::ExitedWithCode(0), "");              \
-  } while (0)
 
 // ---- The state at start
 

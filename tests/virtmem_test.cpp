@@ -531,6 +531,152 @@ TEST_F(Heap, ReallocThatFindsNothingGivesNull) {
   EXPECT_EQ(KEL_VReAlloc(heap, data, 5000), nullptr);
 }
 
+// ---- Forged headers: nothing outside the region is ever touched ----
+
+class ForgedHeap : public Heap {
+ protected:
+  // A header that passes its own check.
+  void Forge(uint32_t offset, uint32_t size, uint64_t prev, uint64_t next, uint32_t allocated) {
+    Header header = {};
+    header.copy_size = header.size = size;
+    header.copy_prev = header.prev = prev;
+    header.copy_next = header.next = next;
+    header.copy_allocated = header.allocated = allocated;
+    Set(offset, header);
+  }
+  std::vector<std::string> Errors() { return trace.Messages("kelvirtmem", "ERROR"); }
+};
+
+TEST_F(ForgedHeap, WithAPreviousBlockAndNoNextOneAHeaderIsGood) {
+  Forge(0, 64, 0, Address(64), 8);
+  Forge(64, 64, Address(0), Address(kSize), 8);
+  EXPECT_EQ(KEL_VFree(heap, region.data() + 64 + kHeader), 0);
+  EXPECT_EQ(Errors(), std::vector<std::string>{});
+  ExpectHeader(64, 64, Address(0), Address(kSize), 0);
+}
+
+TEST_F(ForgedHeap, AFreePredecessorAbsorbsABlockWithoutANextOne) {
+  Forge(0, 64, 0, Address(64), 0);
+  Forge(64, 64, Address(0), Address(kSize), 8);
+  EXPECT_EQ(KEL_VFree(heap, region.data() + 64 + kHeader), 0);
+  ExpectHeader(0, 128, 0, Address(kSize), 0);
+}
+
+TEST_F(ForgedHeap, ARemainderBehindTheEndIsNotWritten) {
+  Forge(856, 5000, 0, Address(856), 0);
+  SetCursor(856);
+  EXPECT_EQ(Alloc(104), region.data() + 856 + kHeader);
+  ExpectHeader(856, 160, 0, Address(856 + 160), 104);
+}
+
+TEST_F(ForgedHeap, ABlockWhoseDataBeginsAtTheEndIsRefused) {
+  Forge(968, 64, 0, Address(968), 0);
+  SetCursor(968);
+  EXPECT_EQ(Alloc(8), nullptr);
+  EXPECT_EQ(
+      Errors(),
+      (std::vector<std::string>{Format("pHeap(%x) newblk(%x) p(%x) end(%x) next(%x)\n",
+                                       Low32(heap), Low32(Address(968)), Low32(Address(kSize)),
+                                       Low32(Address(kSize)), Low32(Address(1032)))}));
+}
+
+TEST_F(ForgedHeap, TheSearchEndsQuietlyWithoutANextBlock) {
+  Forge(0, 64, 0, 0, 8);
+  EXPECT_EQ(Alloc(8), nullptr);
+  EXPECT_EQ(Errors(), std::vector<std::string>{});
+}
+
+TEST_F(ForgedHeap, TheSearchEndsAtALinkThatLeadsOutside) {
+  for (const uint64_t outside : {Address(kSize) + 8, Address(0) - 8}) {
+    Forge(0, 64, 0, outside, 8);
+    EXPECT_EQ(Alloc(8), nullptr);
+    EXPECT_EQ(Errors(), (std::vector<std::string>{
+                            "out of memory alloc size(8)\n",
+                            Format("prvblk(%x) blk(%x) pHeap(%x) pStart(%x) m_pEnd(%x)\n",
+                                   Low32(Address(0)), Low32(outside), Low32(heap),
+                                   Low32(Address(0)), Low32(Address(kSize)))}));
+  }
+}
+
+// From the first block into a circle that never comes back to it.
+TEST_F(ForgedHeap, TheSearchEndsInACircle) {
+  Forge(0, 64, 0, Address(64), 8);
+  Forge(64, 64, Address(128), Address(128), 8);
+  Forge(128, 64, Address(64), Address(64), 8);
+  EXPECT_EQ(Alloc(8), nullptr);
+  EXPECT_EQ(Errors()[0], "out of memory alloc size(8)\n");
+}
+
+TEST_F(ForgedHeap, ReallocationEndsInACircle) {
+  Forge(0, 64, 0, Address(64), 8);
+  Forge(64, 64, Address(128), Address(128), 8);
+  Forge(128, 64, Address(64), Address(64), 8);
+  Forge(512, 64, 0, 0, 8);
+  EXPECT_EQ(KEL_VReAlloc(heap, region.data() + 512 + kHeader, 200), nullptr);
+}
+
+TEST_F(ForgedHeap, ReallocationEndsAtALinkThatLeadsOutside) {
+  Forge(0, 64, 0, Address(kSize), 8);
+  Forge(512, 64, 0, 0, 8);
+  EXPECT_EQ(KEL_VReAlloc(heap, region.data() + 512 + kHeader, 200), nullptr);
+}
+
+TEST_F(ForgedHeap, ReallocationCopiesNoMoreThanTheRegionHolds) {
+  // Forward: the new place has less room up to the end than the header claims.
+  Forge(0, 64, 0, Address(64), 5000);
+  Forge(64, 64, Address(0), Address(128), 8);
+  Forge(128, 896, Address(64), Address(0), 0);
+  memset(region.data() + kHeader, 'a', 8);
+  auto *moved = static_cast<uint8_t *>(KEL_VReAlloc(heap, region.data() + kHeader, 200));
+  ASSERT_EQ(moved, region.data() + 128);
+  EXPECT_EQ(moved[0], 'a');
+  // Backward: the old place has less.
+  Forge(0, 512, 0, Address(512), 0);
+  Forge(512, 64, Address(0), Address(576), 8);
+  Forge(576, 64, Address(512), Address(kSize), 5000);
+  memset(region.data() + 576 + kHeader, 'b', 8);
+  moved = static_cast<uint8_t *>(KEL_VReAlloc(heap, region.data() + 576 + kHeader, 200));
+  ASSERT_EQ(moved, region.data());
+  EXPECT_EQ(moved[0], 'b');
+}
+
+// The sizes of a block and of the one that absorbs it can wrap to nothing.
+TEST_F(ForgedHeap, AnEmptyPredecessorFailsTheFree) {
+  Forge(0, 0u - 64, 0, Address(64), 0);
+  Forge(64, 64, Address(0), Address(kSize), 8);
+  EXPECT_EQ(KEL_VFree(heap, region.data() + 64 + kHeader), -1);
+  Forge(0, 0, 0, Address(64), 8);
+  Forge(64, 64, Address(0), Address(kSize), 8);
+  EXPECT_EQ(KEL_VFree(heap, region.data() + 64 + kHeader), 0) << "unless it is in use";
+}
+
+TEST_F(Heap, WithoutARegionThereIsNothing) {
+  const uint64_t none = 0;
+  uint64_t start;
+  memcpy(&start, heap, sizeof start);
+  memcpy(static_cast<void *>(heap), &none, sizeof none);
+  EXPECT_EQ(KEL_VMalloc(heap, 8), nullptr);
+  EXPECT_EQ(trace.Messages("kelvirtmem", "ERROR"),
+            (std::vector<std::string>{"out of memory alloc size(8)\n"}));
+  EXPECT_EQ(KEL_VFree(heap, region.data() + kHeader), 0);
+  EXPECT_EQ(KEL_VReAlloc(heap, region.data() + kHeader, 8), nullptr);
+  KEL_VMemReset(heap);
+  memcpy(static_cast<void *>(heap), &start, sizeof start);
+}
+
+TEST(HeapTiny, OfNothingIsZeroPercentFree) {
+  uint64_t region = 0;
+  KEL_VMEM *heap = KEL_VMemCreate(&region, 0);
+  ASSERT_NE(heap, nullptr);
+  TraceCapture trace("kelvirtmem:3");
+  EXPECT_EQ(KEL_VGetFree(heap), 0u - kHeader);
+  EXPECT_EQ(trace.Messages(), (std::vector<std::string>{"total(0) free(-56) (0)%\n"}));
+  KEL_MUTEX *mutex;
+  memcpy(&mutex, reinterpret_cast<char *>(heap) + 32, sizeof mutex);
+  KEL_MutexDestroy(mutex);
+  free(heap);
+}
+
 // ---- Many operations ----
 
 TEST(HeapLoad, WhatIsHeldIsNeverWrittenTo) {

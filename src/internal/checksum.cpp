@@ -177,13 +177,17 @@ const Way kWays[] = {
 };
 const size_t kWayCount = sizeof kWays / sizeof kWays[0];
 
+const Way &first_usable(const Way *ways) {
+  while (!ways->usable())
+    ++ways;
+  return *ways;
+}
+
 const Way &best() {
   static const Way *chosen = nullptr;
   const Way *way = load_relaxed(chosen);
   if (way == nullptr) {
-    way = kWays;
-    while (!way->usable())
-      ++way;
+    way = &first_usable(kWays);
     store_relaxed(chosen, way);
   }
   return *way;

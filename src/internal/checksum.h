@@ -20,6 +20,9 @@ struct Way {
 extern const Way kWays[];
 extern const size_t kWayCount;
 
+// The first one of so many that this processor can use; the last one is usable.
+const Way &first_usable(const Way *ways);
+
 // The best one of this processor.
 const Way &best();
 

@@ -232,15 +232,16 @@ KEL_WIDE uint32_t crc16_affine(uint32_t r, const uint8_t *data, size_t size) {
                         data, size);
 }
 
+#define HAS(feature) (__builtin_cpu_supports(feature) != 0)
+
+// No short circuits: which one of them a processor lacks makes no difference.
 bool has_folding() {
-  return __builtin_cpu_supports("pclmul") && __builtin_cpu_supports("sse4.1") &&
-         __builtin_cpu_supports("avx2");
+  return (HAS("pclmul") & HAS("sse4.1") & HAS("avx2")) != 0;
 }
 
 bool has_wide() {
-  return has_folding() && __builtin_cpu_supports("vpclmulqdq") &&
-         __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("gfni");
+  return (has_folding() & HAS("vpclmulqdq") & HAS("avx512f") & HAS("avx512bw") &
+          HAS("avx512vl") & HAS("gfni")) != 0;
 }
 
 }  // namespace

@@ -178,10 +178,7 @@ class ListAlgorithms {
       LIST_ERROR(P::kMove, "invalid node dst(%x) src(%x)\n", low32(dst), low32(src));
       return -1;
     }
-    if (del(list, src) != 0) {
-      LIST_ERROR(P::kMove, "list del error\n");
-      return -1;
-    }
+    del(list, src);
     const Lock lock(list);
     const int32_t result = splice(dst->prev, dst, src);
     store_relaxed(list->count, list->count + 1);

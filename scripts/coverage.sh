@@ -1,0 +1,28 @@
+#!/bin/sh
+# Runs the tests with every line and branch of src/ counted, prints what is
+# missing, and fails below 100 %. Pages to look at are in build/coverage/report/.
+set -eu
+
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/install-packages.sh" g++ cmake make libgtest-dev gcovr
+
+cd "$root"
+cmake --preset coverage
+cmake --build --preset coverage -j "$(nproc)"
+find build/coverage -name '*.gcda' -delete
+ctest --preset coverage -j "$(nproc)"
+
+# Code for instructions that this processor lacks cannot run here.
+exclude=
+case $(grep -m 1 '^flags' /proc/cpuinfo) in
+  *avx512bw*gfni*vpclmulqdq*) ;;
+  *)
+    echo "coverage: this processor lacks AVX-512 or GFNI, checksum_x86.cpp is left out"
+    exclude="--exclude src/internal/checksum_x86.cpp"
+    ;;
+esac
+mkdir -p build/coverage/report
+gcovr --root . --object-directory build/coverage/src --filter src/ $exclude \
+  --exclude-throw-branches --exclude-unreachable-branches \
+  --html-details build/coverage/report/index.html --txt - --print-summary \
+  --fail-under-line 100 --fail-under-branch 100
