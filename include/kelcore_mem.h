@@ -8,7 +8,8 @@
  * KEL_Free and the other way round. Nothing here traces; failure is a null
  * result. All calls are as thread-safe as malloc().
  *
- * KEL_MemTblAdd, KEL_MemTblUpdate and KEL_MemTblRemove announce every block.
+ * KEL_MemTblAdd, KEL_MemTblUpdate and KEL_MemTblRemove announce every block (copies
+ * of keys in a hash table are announced when they go, not when they are made).
  * They do nothing here; a program that defines functions of these names
  * replaces them and can follow every allocation of the library. */
 #ifndef KELCORE_MEM_H

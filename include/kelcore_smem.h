@@ -14,6 +14,8 @@
  * runs unlocked); looking a size up takes no lock. Traces under "kelsmem".
  *
  * Surprises worth knowing:
+ *  - Blocks are aligned to 4 bytes only, to 8 or 16 where the rounded size is a
+ *    multiple of that: round the sizes of structures with pointers up to 8.
  *  - KEL_SFree only counts: it trusts that the block is one of the class. A
  *    freed block waits behind those that were freed before it.
  *  - Registering the sizes 24 and 32 moves list nodes and queue entries into

@@ -79,7 +79,9 @@ KEL_API int32_t KEL_TimerStop(KEL_TIMER *timer);
 /* Stops and releases the timer, waiting for a callback that is running on
  * another thread; no callback runs afterwards. A callback may destroy its own
  * timer, but no other one, and like everybody only once: callbacks of a short
- * period can run on two threads at a time, so a periodic one guards itself.
+ * period can run on two threads at a time, so a periodic one guards itself. The
+ * memory of a timer destroyed by its own callback is given back when a timer is
+ * next created or destroyed outside of callbacks.
  * Returns 0, or the first failing call's result; -1 for null. */
 KEL_API int32_t KEL_TimerDestroy(KEL_TIMER *timer);
 

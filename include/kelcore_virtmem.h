@@ -19,9 +19,10 @@
  *  - The last block, when it would be handed out whole, is not handed out.
  *  - The search begins at the block handed out last also when that block has been
  *    absorbed by a free one before it; its old header is used again then, inside
- *    the other block, and later checks report headers as broken: such blocks
- *    cannot be freed, their bytes are lost. Allocate the next block before you
- *    free the last one, or free in the order of allocation.
+ *    the other block. Headers can be reported as broken then, blocks that cannot
+ *    be freed any more be lost, and a later block can overlap one in use. Do not
+ *    free the block allocated last while the one before it is free: allocate
+ *    another one first.
  *  - The blocks form a ring: freeing the first block while the last one is free
  *    merges both, and the header's size then exceeds the region. KEL_VMalloc
  *    refuses such a block; KEL_VReAlloc returns it, and only as many bytes as
@@ -31,7 +32,9 @@
  *  - KEL_VReAlloc returns the address of a block's header, 56 bytes before its
  *    data, and copies to there.
  *  - KEL_VMemReset leaves the copies of the first header: the next use reports
- *    it as broken, and carries on. */
+ *    it as broken, and carries on. It also leaves the place where the search
+ *    begins, and so the old blocks behind it: after allocations a reset heap can
+ *    hand out the same bytes twice. Make a new heap instead. */
 #ifndef KELCORE_VIRTMEM_H
 #define KELCORE_VIRTMEM_H
 

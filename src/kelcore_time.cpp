@@ -14,6 +14,7 @@
 
 #include "internal/alloc.h"
 #include "internal/errno_guard.h"
+#include "internal/relaxed.h"
 #include "internal/trace.h"
 
 KEL_TRACE_SOURCE("keltime", "kelcore_time")
@@ -29,6 +30,9 @@ struct KEL_TIMER {
 };
 
 namespace {
+
+using kel::load_relaxed;
+using kel::store_relaxed;
 
 constexpr int64_t kMsPerSecond = 1'000;
 constexpr int64_t kUsPerSecond = 1'000'000;
@@ -50,6 +54,9 @@ int timer_signal() {
 // ---- The registry of live timers ----
 
 KEL_TIMER *live_timers = nullptr;
+// Destroyed by their own callbacks: memory is not given back in signal context,
+// where the interrupted thread may be in the allocator itself.
+KEL_TIMER *ended_timers = nullptr;
 bool registry_taken = false;
 
 // Lets others go on. Yielding alone would never let a thread of lower priority
@@ -89,6 +96,8 @@ class RegistryLock {
 
 // The timer whose callback this thread is in; cleared when that destroys it.
 [[gnu::tls_model("initial-exec")]] thread_local KEL_TIMER *calling = nullptr;
+// Whether it is in one at all.
+[[gnu::tls_model("initial-exec")]] thread_local bool in_callback = false;
 
 void enlist(KEL_TIMER *timer) {
   const RegistryLock lock;
@@ -97,8 +106,8 @@ void enlist(KEL_TIMER *timer) {
 }
 
 // Afterwards no handler finds the timer and none is in its callback but, maybe,
-// the one that is destroying it.
-void delist(KEL_TIMER *timer) {
+// the one that is destroying it: true then.
+bool delist(KEL_TIMER *timer) {
   const kel::ErrnoGuard keep_errno;
   {
     const RegistryLock lock;
@@ -112,6 +121,30 @@ void delist(KEL_TIMER *timer) {
     stand_back(turn);
   if (own != 0)
     calling = nullptr;
+  return own != 0;
+}
+
+void release_later(KEL_TIMER *timer) {
+  const RegistryLock lock;
+  timer->next = ended_timers;
+  store_relaxed(ended_timers, timer);
+}
+
+void release_ended() {
+  if (load_relaxed(ended_timers) == nullptr || in_callback)
+    return;
+  KEL_TIMER *ended;
+  {
+    const RegistryLock lock;
+    ended = ended_timers;
+    store_relaxed(ended_timers, nullptr);
+  }
+  const kel::ErrnoGuard keep_errno;
+  while (ended != nullptr) {
+    KEL_TIMER *timer = ended;
+    ended = timer->next;
+    KEL_Free(timer, 0);
+  }
 }
 
 // What a handler needs of a timer, taken while it is known to live.
@@ -138,12 +171,15 @@ bool begin_call(KEL_TIMER *timer, const int *id, Call *call) {
 
 void run_call(const Call &call) {
   KEL_TIMER *interrupted = calling;
+  const bool nested = in_callback;
   calling = call.timer;
+  in_callback = true;
   if (call.callback != nullptr)
     call.callback(call.arg);
   if (calling == call.timer)
     __atomic_sub_fetch(&call.timer->in_calls, 1, __ATOMIC_RELEASE);
   calling = interrupted;
+  in_callback = nested;
 }
 
 int32_t shown_id(timer_t id) {
@@ -225,6 +261,7 @@ static void timer_handler(int signal, siginfo_t *information, void *context)
 }
 
 KEL_TIMER *KEL_TimerCreate(uint64_t interval, KEL_TIMER_CALLBACK callback, void *arg) {
+  release_ended();
   KEL_TIMER *timer = KEL_ALLOC(KEL_TIMER);
   if (timer == nullptr) {
     TRACE_ERROR("out of memory. size(%d)\n", static_cast<int>(sizeof(KEL_TIMER)));
@@ -316,12 +353,17 @@ int32_t KEL_TimerDestroy(KEL_TIMER *timer) {
   const int32_t stopped = KEL_TimerStop(timer);
   if (stopped != 0)
     TRACE_ERROR("KEL_TimerStop error ret(%d) errno(%d:%s)\n", stopped, errno, strerror(errno));
-  delist(timer);  // before a handler can ask for the overruns of a deleted one
+  const bool own = delist(timer);  // before a handler asks for a deleted one's overruns
   const int deleted = timer_delete(timer->id);
   if (deleted != 0)
     TRACE_ERROR("timer delete error ret(%d) errno(%d:%s)\n", deleted, errno, strerror(errno));
-  const kel::ErrnoGuard keep_errno;
-  KEL_Free(timer, 0);
+  if (own) {
+    release_later(timer);
+  } else {
+    const kel::ErrnoGuard keep_errno;
+    KEL_Free(timer, 0);
+    release_ended();
+  }
   return stopped != 0 ? stopped : deleted;
 }
 

@@ -12,6 +12,7 @@
 
 #include "internal/alloc.h"
 #include "internal/lock.h"
+#include "internal/relaxed.h"
 #include "internal/trace.h"
 #include "kelcore_mutex.h"
 
@@ -48,6 +49,9 @@ struct KEL_VMEM {
 };
 
 namespace {
+
+using kel::load_relaxed;
+using kel::store_relaxed;
 
 static_assert(sizeof(Header) == kHeaderBytes);
 static_assert(offsetof(Header, copy_prev) == 8 && offsetof(Header, size) == 28 &&
@@ -98,6 +102,11 @@ void cloneBlockHeader(Header *header) {
 bool differs_from_copy(const Header *header) {
   return header->size != header->copy_size || header->prev != header->copy_prev ||
          header->next != header->copy_next || header->allocated != header->copy_allocated;
+}
+
+// The count is read without the lock.
+void add_free(KEL_VMEM *heap, uint32_t bytes) {
+  store_relaxed(heap->free, heap->free + bytes);
 }
 
 void trace_empty_header(const Header *header) {
@@ -183,7 +192,7 @@ Header *allocHeapBlock(KEL_VMEM *heap, Header *header, uint32_t asize) {
   TRACE_TRACE("blk(%x) ptr(%x) prv(%x) next(%x) size(%d)\n", kel::low32(header),
               kel::low32(block_pointer(header)), kel::low32(header->prev), kel::low32(next),
               shown(header->size));
-  heap->free -= need;
+  add_free(heap, 0u - need);
   return header;
 }
 
@@ -252,7 +261,7 @@ uint8_t *accept(KEL_VMEM *heap, Header *header, uint32_t size, uint32_t asize) {
   uint8_t *data = block_pointer(header);
   TRACE_AS(kFunc, KEL_LEVEL_TRACE,
            "allocated. pAlloc(%x) start(%x) free(%d) size(%d) asize(%d)\n", kel::low32(data),
-           kel::low32(heap->start), shown(heap->free), shown(size), shown(asize));
+           kel::low32(heap->start), shown(load_relaxed(heap->free)), shown(size), shown(asize));
   if (address(data) < address(heap) || address(data) >= address(heap->end) ||
       address(header->next) >= address(heap->end)) {
     TRACE_AS(kFunc, KEL_LEVEL_ERROR, "pHeap(%x) newblk(%x) p(%x) end(%x) next(%x)\n",
@@ -323,7 +332,7 @@ KEL_VMEM *KEL_VMemCreate(void *region, uint32_t size) {
   heap->start = static_cast<uint8_t *>(region);
   heap->end = heap->start + size;
   heap->total = size;
-  heap->free = size - kHeaderBytes;
+  store_relaxed(heap->free, size - kHeaderBytes);
   auto *first = static_cast<Header *>(region);
   if (inside(heap, first)) {
     first->size = size;
@@ -337,7 +346,7 @@ KEL_VMEM *KEL_VMemCreate(void *region, uint32_t size) {
 void KEL_VMemReset(KEL_VMEM *heap) {
   if (!has_region(heap))
     return;
-  heap->free = heap->total - kHeaderBytes;
+  store_relaxed(heap->free, heap->total - kHeaderBytes);
   auto *first = reinterpret_cast<Header *>(heap->start);
   if (!inside(heap, first))
     return;
@@ -356,13 +365,13 @@ void KEL_VMemDestroy(KEL_VMEM *heap) {
 
 void *KEL_VMalloc(KEL_VMEM *heap, uint32_t size) {
   const uint32_t asize = rounded(size);
-  if (!has_region(heap) || heap->free < asize) {
+  if (!has_region(heap) || load_relaxed(heap->free) < asize) {
     trace_out_of_memory(size);
     KEL_VGetFree(heap);
     return nullptr;
   }
   TRACE_TRACE("start(%x) free(%d) size(%d) asize(%d)\n", kel::low32(heap->start),
-              shown(heap->free), shown(size), shown(asize));
+              shown(load_relaxed(heap->free)), shown(size), shown(asize));
   if (size == 0 || asize == 0) {
     TRACE_ERROR("invalid argument size(%d) asize(%d)\n", shown(size), shown(asize));
     return nullptr;
@@ -388,7 +397,7 @@ int32_t KEL_VFree(KEL_VMEM *heap, void *data) {
   }
   if (!checkBlockHeader(heap, header))
     return -1;
-  heap->free += header->size;
+  add_free(heap, header->size);
   header->allocated = 0;
   header->copy_allocated = 0;
   mergeNextBlock(heap, header);
@@ -402,14 +411,14 @@ void *KEL_VReAlloc(KEL_VMEM *heap, void *data, uint32_t size) {
   if (!has_region(heap))
     return nullptr;
   const uint32_t asize = rounded(size);
-  if (heap->free < asize)
+  if (load_relaxed(heap->free) < asize)
     return nullptr;
   const kel::ScopedLock lock(heap->mutex);
   Header *header = header_of(data);
   if (!inside(heap, header))
     return nullptr;
   const uint32_t old_bytes = header->allocated;
-  heap->free += header->size - kHeaderBytes;
+  add_free(heap, header->size - kHeaderBytes);
   header->allocated = 0;
   mergeNextBlock(heap, header);
   if (Header *same = allocHeapBlock(heap, header, asize))
@@ -430,8 +439,9 @@ void *KEL_VReAlloc(KEL_VMEM *heap, void *data, uint32_t size) {
 uint32_t KEL_VGetFree(KEL_VMEM *heap) {
   if (heap == nullptr)
     return 0;
-  const uint64_t percent = heap->total != 0 ? uint64_t{heap->free} * 100 / heap->total : 0;
-  TRACE_DEBUG("total(%d) free(%d) (%d)%%\n", shown(heap->total), shown(heap->free),
+  const uint32_t free = load_relaxed(heap->free);
+  const uint64_t percent = heap->total != 0 ? uint64_t{free} * 100 / heap->total : 0;
+  TRACE_DEBUG("total(%d) free(%d) (%d)%%\n", shown(heap->total), shown(free),
               kel::low32_signed(percent));
-  return heap->free;
+  return free;
 }

@@ -131,14 +131,17 @@ bool Watch(const std::string &name, Output &output) {
     Complain(problem);
     return false;
   }
+  const std::string nobody = "no kelstream publishes under " + name;
   SharedTotals *const totals = FindPublisher(name);
-  if (totals != nullptr && !IsAlive(totals->Publisher())) {
-    RemoveStale(totals);
-    Complain("the kelstream that published under " + name + " was killed");
+  if (totals == nullptr) {
+    Complain(nobody);
     return false;
   }
-  if (totals == nullptr) {
-    Complain("no kelstream publishes under " + name);
+  if (!IsAlive(totals->Publisher())) {
+    // It may have come to its end only now; whoever has gone had finished before.
+    const bool finished = totals->state == ShareState::kFinished;
+    RemoveStale(totals);
+    Complain(finished ? nobody : "the kelstream that published under " + name + " was killed");
     return false;
   }
   const ProcessId publisher = totals->Publisher();
@@ -148,8 +151,10 @@ bool Watch(const std::string &name, Output &output) {
   } else {
     Watcher watcher(*totals, output);
     good = watcher.ok() && watcher.Run();
-    if (!good)
-      Complain(watcher.ok() ? "cannot write to standard output" : "no message queue to watch");
+    if (watcher.ok() && !good)
+      Complain("cannot write to standard output");
+    else if (!good)
+      Complain(totals->state == ShareState::kFinished ? nobody : "no message queue to watch");
   }
   const bool finished = totals->state == ShareState::kFinished;
   if (finished || IsAlive(publisher)) {
