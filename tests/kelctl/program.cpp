@@ -45,10 +45,13 @@ std::string Shown(int terminal) {
   return text;
 }
 
-int Await(pid_t pid) {
+// Calls `meanwhile` until the process ends, at most two minutes.
+template <typename Meanwhile>
+int Await(pid_t pid, Meanwhile meanwhile) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
   int status = 0;
   while (waitpid(pid, &status, WNOHANG) == 0) {
+    meanwhile();
     if (std::chrono::steady_clock::now() > deadline)
       kill(pid, SIGKILL);
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -105,12 +108,24 @@ Result RunProgram(const std::vector<std::string> &arguments, const Setting &sett
   Check(pid >= 0, "cannot fork");
   if (pid == 0)
     Become(words, ends, setting);
-  Send(ends.feed, setting.keys ? *setting.keys : setting.input);
-  if (!setting.keys)
-    close(ends.feed);
   Result result;
-  result.status = Await(pid);
-  result.err = setting.keys ? Shown(ends.feed) : ReadFile(temp.Path("err"));
+  if (setting.keys) {
+    bool typed = false;
+    // Not before the question: the terminal would show the answer in its midst.
+    result.status = Await(pid, [&] {
+      result.err += Shown(ends.feed);
+      if (!typed && Contains(result.err, "[y/N] ")) {
+        Send(ends.feed, *setting.keys);
+        typed = true;
+      }
+    });
+    result.err += Shown(ends.feed);
+  } else {
+    Send(ends.feed, setting.input);
+    close(ends.feed);
+    result.status = Await(pid, [] {});
+    result.err = ReadFile(temp.Path("err"));
+  }
   if (setting.out_path.empty())
     result.out = ReadFile(out_path);
   if (setting.keys)

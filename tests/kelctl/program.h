@@ -15,9 +15,10 @@ struct Result {
 };
 
 struct Setting {
-  std::string input{};                // standard input, a pipe
-  std::optional<std::string> keys{};  // typed on a terminal; none: there is none
-  std::string out_path{};             // where standard output goes; else it is captured
+  std::string input{};  // standard input, a pipe
+  // Typed on a terminal when it asks something; none: there is no terminal.
+  std::optional<std::string> keys{};
+  std::string out_path{};  // where standard output goes; else it is captured
   // Called in the new process; when false the program is not run and its
   // status is kNotPrepared.
   std::function<bool()> prepare{};

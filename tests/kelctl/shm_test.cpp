@@ -115,8 +115,9 @@ TEST_F(ShmTest, Removes) {
                             "' (1000 bytes, attached 1 time)\n");
   EXPECT_FALSE(segment_.exists());
   EXPECT_STREQ(segment_.data() + 16, "totals") << "those who have it keep it";
+  const JsonValue list = ReadJson(Shm({"--json"}).out);
   bool marked = false;
-  for (const JsonValue &item : ReadJson(Shm({"--json"}).out)["segments"].items)
+  for (const JsonValue &item : list["segments"].items)
     marked |= item["id"].number == segment_.id() && item["marked_for_removal"].truth;
   EXPECT_TRUE(marked);
   EXPECT_TRUE(Contains(Shm({}).out, "  marked for removal\n"));
