@@ -28,11 +28,15 @@ bool Mount(const char *type, const std::string &where) {
 
 bool EnterOwnSystem(Queues queues, const std::string &directory) {
   const uid_t user = geteuid();
+  const gid_t group = getegid();
   // Only the superuser may do without a user namespace.
   const int flags = CLONE_NEWNS | CLONE_NEWIPC | (user != 0 ? CLONE_NEWUSER : 0);
   if (unshare(flags) != 0)
     return false;
-  if (user != 0 && !WriteTo("/proc/self/uid_map", "0 " + std::to_string(user) + " 1"))
+  // Files can be made only by users and groups that have a number inside.
+  if (user != 0 && !(WriteTo("/proc/self/setgroups", "deny") &&
+                     WriteTo("/proc/self/uid_map", "0 " + std::to_string(user) + " 1") &&
+                     WriteTo("/proc/self/gid_map", "0 " + std::to_string(group) + " 1")))
     return false;
   if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
       !Mount("tmpfs", "/dev/shm"))
