@@ -101,7 +101,9 @@ TEST(Crc, MissingFilesDoNotStopTheOthers) {
 TEST(Crc, OddNamesAreValidJson) {
   const TempDirectory temp;
   const std::string odd = temp.Write("a\"b\\c\n\t\x01\x7F\xFF\xC3\xA9", "x");
-  const JsonValue document = ReadJson(RunProgram({"crc", "--json", odd}).out);
+  const std::string out = RunProgram({"crc", "--json", odd}).out;
+  EXPECT_TRUE(Contains(out, "\\u0001\\u007f")) << "nothing that steers a terminal";
+  const JsonValue document = ReadJson(out);
   EXPECT_EQ(document["files"][0]["file"].text,
             temp.Path("a\"b\\c\n\t\x01\x7F\xEF\xBF\xBD\xC3\xA9"));
 }

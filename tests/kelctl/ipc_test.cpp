@@ -174,6 +174,13 @@ TEST_F(IpcTest, AsksOnATerminal) {
   EXPECT_FALSE(queue_.exists() || semaphore_.exists());
 }
 
+TEST_F(IpcTest, ATerminalWithoutItsKeyboardIsNotAsked) {
+  const Result result = Ipc({"--drain", name_}, {.keys = "", .keyboard = false});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_TRUE(Contains(result.err, "No terminal to ask on")) << result.err;
+  EXPECT_EQ(queue_.pending(), 2);
+}
+
 TEST_F(IpcTest, OthersHaveTheirTurnWhenOneIsMissing) {
   const std::string missing = UniqueName("missing");
   const Result result = Ipc({"--drain", "--yes", missing, name_});

@@ -18,6 +18,7 @@ struct Setting {
   std::string input{};  // standard input, a pipe
   // Typed on a terminal when it asks something; none: there is no terminal.
   std::optional<std::string> keys{};
+  bool keyboard = true;    // with a terminal: standard input is it, too, else a closed pipe
   std::string out_path{};  // where standard output goes; else it is captured
   // Called in the new process; when false the program is not run and its
   // status is kNotPrepared.
@@ -26,7 +27,7 @@ struct Setting {
 
 constexpr int kNotPrepared = 97;
 
-// Waits for its end, at most two minutes.
+// Waits for its end, at most half a minute.
 Result RunProgram(const std::vector<std::string> &arguments, const Setting &setting = {});
 
 // Removed with all it holds, whether or not a test succeeds.
