@@ -9,8 +9,11 @@
  * (KELBitClose apart), none traces. The caller knows how much data there is
  * and gives the buffer slack: reads and writes touch the 4 bytes at the current
  * byte, so 3 bytes behind the last one must be readable (writable for writes);
- * KELBitGetFast touches 2, KELBitGet1Bit 1. One thread uses a cursor at a
- * time. */
+ * KELBitGetFast touches 2, KELBitGet1Bit 1.
+ *
+ * Threads: one thread uses a cursor at a time.
+ * Blocking: never.
+ * Null: ignored by KELBitClose, not checked by any other call. */
 #ifndef KELCORE_BIT_H
 #define KELCORE_BIT_H
 

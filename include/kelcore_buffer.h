@@ -32,7 +32,14 @@
  *  - A handle made late counts for earlier frames only what they were committed
  *    with.
  *  - KELBuf_Destroy of the last handle frees the area also when the caller gave
- *    it: it must come from malloc then. A failed creation leaves it alone. */
+ *    it: it must come from malloc then. A failed creation leaves it alone.
+ *
+ * Threads: any may make every call; those that share a handle share its read
+ * position. Nobody may use a handle that is being destroyed.
+ * Blocking: each call waits for the pool's lock; none waits for room or for a
+ * frame.
+ * Null: refused with -22 (entering or leaving a null lock does nothing);
+ * KELBuf_CheckBuf takes no null descriptor. */
 #ifndef KELCORE_BUFFER_H
 #define KELCORE_BUFFER_H
 
@@ -42,6 +49,7 @@ KEL_BEGIN_DECLS
 
 typedef struct KEL_BUF KEL_BUF;
 
+/* What a pool is made of. */
 typedef struct KEL_BUF_PARAM {
   uint32_t bufsize;              /* bytes of the frame area */
   uint32_t minsize;              /* room offered for each frame */
@@ -51,39 +59,40 @@ typedef struct KEL_BUF_PARAM {
   uint32_t media;                /* 1, 2 and 3 are in the usage table */
   void *area;                    /* the caller's area, or null */
   void *(*alloc)(uint32_t size); /* both, or neither: area from outside */
-  void (*free)(void *area);
+  void (*free)(void *area);      /* gives back what alloc gave */
 } KEL_BUF_PARAM;
 
 /* A frame: what to write or was read. */
 typedef struct KEL_BUF_DESC {
-  void *data;
-  uint32_t size;
-  uint32_t room; /* writing: bytes offered; reading: size again */
-  uint64_t time_stamp;
-  uint64_t second; /* the writer's own, as are value and further */
-  uint32_t value;
-  uint32_t index; /* of the handle that committed it */
-  uint32_t further;
+  void *data;          /* where the bytes are, or may be written */
+  uint32_t size;       /* bytes of the frame */
+  uint32_t room;       /* writing: bytes offered; reading: size again */
+  uint64_t time_stamp; /* the writer's; its span is in the status */
+  uint64_t second;     /* the writer's own, as are value and further */
+  uint32_t value;      /* the writer's own */
+  uint32_t index;      /* of the handle that committed it */
+  uint32_t further;    /* the writer's own */
 } KEL_BUF_DESC;
 
+/* How a pool stands, seen from one handle. */
 typedef struct KEL_BUF_STATUS {
-  uint32_t bufsize;
-  uint32_t minsize;
-  uint32_t used;   /* bytes committed less deleted, by this handle */
-  uint32_t filled; /* frames held */
-  uint32_t write_index;
-  uint32_t read_index;
-  uint64_t span; /* newest time stamp less that of the next to read */
-  uint32_t index;
-  uint32_t media;
+  uint32_t bufsize;     /* as created */
+  uint32_t minsize;     /* as created */
+  uint32_t used;        /* bytes committed less deleted, by this handle */
+  uint32_t filled;      /* frames held */
+  uint32_t write_index; /* of the next frame to commit */
+  uint32_t read_index;  /* of this handle's next frame */
+  uint64_t span;        /* newest time stamp less that of the next to read */
+  uint32_t index;       /* as created */
+  uint32_t media;       /* as created */
 } KEL_BUF_STATUS;
 
 /* How full the process's pools were at the last KELBuf_GetWBuf, in percent. */
 typedef struct KEL_BUF_USAGE {
   uint32_t media1[16]; /* by stream index */
-  uint32_t media2;
-  uint32_t media3;
-  uint32_t high; /* 1 when the last percentage computed was above 79 */
+  uint32_t media2;     /* the pool of media 2 */
+  uint32_t media3;     /* the pool of media 3 */
+  uint32_t high;       /* 1 when the last percentage computed was above 79 */
 } KEL_BUF_USAGE;
 
 /* A new pool, or with `existing` another handle of that pool, with its read
@@ -102,17 +111,20 @@ KEL_API int32_t KELBuf_FillWBuf(KEL_BUF *buf, const KEL_BUF_DESC *desc);
 /* This handle's next frame; it stays until deleted. Returns 0, -22, -25. */
 KEL_API int32_t KELBuf_GetRBuf(KEL_BUF *buf, KEL_BUF_DESC *out);
 
-/* Is done with this handle's next frame; `desc` is shown in traces. Returns 0,
+/* Is done with this handle's next frame; `desc` is shown in traces and may be
+ * null. Returns 0,
  * -22, -25. */
 KEL_API int32_t KELBuf_DelRBuf(KEL_BUF *buf, const KEL_BUF_DESC *desc);
 
 /* Makes the frame at `data` this handle's next one. Returns 0, -22, -1. */
 KEL_API int32_t KELBuf_FindRBuf(KEL_BUF *buf, const void *data, KEL_BUF_DESC *out);
 
-/* Fills the record. Returns 0. */
+/* Fills the record. Returns 0; -22 for null. */
 KEL_API int32_t KELBuf_BufStatus(KEL_BUF *buf, KEL_BUF_STATUS *out);
 
-/* The number of handles; one is added. Unlocked. -22 for null. */
+/* GetBufRefCnt: the number of handles. AddBufRefCnt: counts one more, which
+ * nothing takes back but a KELBuf_Destroy of a handle; 0. Unlocked. -22 for
+ * null. */
 KEL_API int32_t KELBuf_GetBufRefCnt(KEL_BUF *buf);
 KEL_API int32_t KELBuf_AddBufRefCnt(KEL_BUF *buf);
 

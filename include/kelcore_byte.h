@@ -7,8 +7,7 @@
  *     KELByte_Close(r);
  *
  * Nothing is copied or owned, nothing is traced. Reads report the end of the
- * data through an optional word: 1 at the end, 0 when they delivered. Handles
- * are not checked for null, and one thread uses a reader at a time.
+ * data through an optional word: 1 at the end, 0 when they delivered.
  *
  * Surprises worth knowing:
  *  - Integers check only their first byte. One that straddles the end is
@@ -17,7 +16,12 @@
  *    KELByte_Remain wraps around.
  *  - A failed read of characters or a string has copied what there was and
  *    leaves the position at the end; so does a failed peek.
- *  - KELByte_Peek_3char consumes its bytes; KELByte_Peek_4char does not. */
+ *  - KELByte_Peek_3char consumes its bytes; KELByte_Peek_4char does not.
+ *
+ * Threads: one thread uses a reader at a time.
+ * Blocking: never.
+ * Null: a null reader is ignored by KELByte_Close only; the end flag may be null
+ * but for KELByte_Skip. */
 #ifndef KELCORE_BYTE_H
 #define KELCORE_BYTE_H
 
@@ -34,7 +38,7 @@ KEL_API KEL_NODISCARD KEL_BYTE *KELByte_Open(const void *data, uint32_t size);
 /* Releases the reader; the bytes are untouched. Null is ignored. */
 KEL_API void KELByte_Close(KEL_BYTE *reader);
 
-/* Bytes not yet read; all bytes; index of the next byte. */
+/* Remain: bytes not yet read. Size: all bytes. Pos: the index of the next byte. */
 KEL_API uint32_t KELByte_Remain(const KEL_BYTE *reader);
 KEL_API uint32_t KELByte_Size(const KEL_BYTE *reader);
 KEL_API uint32_t KELByte_Pos(const KEL_BYTE *reader);

@@ -5,8 +5,11 @@
  *     if (KELCircular_Pop(fifo, packet, 188) == 0) ...
  *     KELCircular_Destroy(fifo);
  *
- * Push and pop move all bytes or none. No lock; handles and pointers are not
- * checked. Traces under "kelcircular". */
+ * Push and pop move all bytes or none. No lock. Traces under "kelcircular".
+ *
+ * Threads: one at a time, or a lock of the caller's.
+ * Blocking: never.
+ * Null: refused by KELCircular_Destroy, not checked by any other call. */
 #ifndef KELCORE_CIRCULAR_H
 #define KELCORE_CIRCULAR_H
 

@@ -1,4 +1,8 @@
-/* The process environment. */
+/* The process environment.
+ *
+ * Threads: safe from any, as long as no other one changes the environment.
+ * Blocking: never.
+ * Null: not allowed. */
 #ifndef KELCORE_ENV_H
 #define KELCORE_ENV_H
 
@@ -7,8 +11,7 @@
 KEL_BEGIN_DECLS
 
 /* The value of the environment variable `name` (must not be null), exactly as
- * getenv() gives it: owned by the environment, null when unset. Safe from any
- * thread as long as no other one changes the environment. */
+ * getenv() gives it: owned by the environment, null when unset. */
 KEL_API const char *KEL_GetEnv(const char *name);
 
 KEL_END_DECLS

@@ -6,7 +6,13 @@
  *     KEL_EventDestroy(done);
  *
  * An event is a semaphore that starts at 0: each send adds one pending
- * wake-up, each successful wait takes one. */
+ * wake-up, each successful wait takes one.
+ *
+ * Threads: any thread may send and wait; nobody may use an event that is being
+ * destroyed.
+ * Blocking: only KEL_EventWait, for at most its time-out.
+ * Null: a null event is refused with the semaphore's -22, but by
+ * KEL_EventDestroy. */
 #ifndef KELCORE_EVENT_H
 #define KELCORE_EVENT_H
 

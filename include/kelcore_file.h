@@ -4,10 +4,15 @@
  *     uint64_t n = KEL_FileRead(f, buffer, sizeof buffer);
  *     KEL_FileClose(f);
  *
- * A file handle is the C library's stream itself. A handle belongs to one
- * thread at a time; calls block as the file system does. Failures are traced
+ * A file handle is the C library's stream itself. Failures are traced
  * under "kelfile", results are the C library's own, and errno is what the
- * failing call left. Null streams give the call's failure value. */
+ * failing call left.
+ *
+ * Threads: a stream or directory handle belongs to one thread at a time; calls by
+ * path are safe from any.
+ * Blocking: as the file system does.
+ * Null: a null stream or directory gives the call's failure value; paths and
+ * buffers must not be null. */
 #ifndef KELCORE_FILE_H
 #define KELCORE_FILE_H
 
@@ -18,15 +23,16 @@
 KEL_BEGIN_DECLS
 
 /* Open modes, to be combined. */
-#define KEL_FILE_MODE_CREATE 0x00000001u
-#define KEL_FILE_MODE_READ 0x00000002u
-#define KEL_FILE_MODE_WRITE 0x00000004u
-#define KEL_FILE_MODE_RDWR 0x00000008u
-#define KEL_FILE_MODE_APPEND 0x00000010u
-#define KEL_FILE_MODE_TEXT 0xF0000000u /* any of these four bits */
+#define KEL_FILE_MODE_CREATE 0x00000001u /* may be made */
+#define KEL_FILE_MODE_READ 0x00000002u   /* for reading */
+#define KEL_FILE_MODE_WRITE 0x00000004u  /* for writing */
+#define KEL_FILE_MODE_RDWR 0x00000008u   /* for both */
+#define KEL_FILE_MODE_APPEND 0x00000010u /* writing goes to the end */
+#define KEL_FILE_MODE_TEXT 0xF0000000u   /* any of these four bits */
 
 typedef struct KEL_DIR KEL_DIR;
 
+/* What is known of a file by its path. */
 typedef struct KEL_FILE_ATTR {
   uint8_t is_dir; /* 1 for a directory, else 0 */
   uint64_t atime; /* last access, seconds since the epoch */
@@ -120,18 +126,18 @@ KEL_API int32_t KEL_MakeDir(const char *path);
 KEL_API int32_t KEL_Truncate(const char *path, int64_t length);
 
 /* Editing small text files in place; one editor of a file at a time. All three
- * EMPTY THE FILE FIRST, and programs rely on what follows from it.
+ * calls EMPTY THE FILE FIRST, and programs rely on what follows from it.
  *
- * Put: the file then holds `text` and a line end, 127 characters at most, and
+ * After Put the file holds `text` and a line end, 127 characters at most, and
  * nothing else. Returns 0 or -1. */
 KEL_API int32_t KEL_FEdit_Put(const char *path, const char *text);
 
-/* Del: leaves `path` and `work_path` empty and returns -1, as no line is left
- * that could begin with `key`. */
+/* Leaves `path` and `work_path` empty and returns -1, as no line is left
+ * that could begin with `key` (see KEL_FEdit_Put). */
 KEL_API int32_t KEL_FEdit_Del(const char *path, const char *work_path, const char *key);
 
-/* TrunkUp: leaves `path` empty and returns 0, `work_path` being renamed to it;
- * -1 when a file cannot be opened or renamed. */
+/* Leaves `path` empty and returns 0, `work_path` being renamed to it;
+ * -1 when a file cannot be opened or renamed (see KEL_FEdit_Put). */
 KEL_API int32_t KEL_FEdit_TrunkUp(const char *path, const char *work_path);
 
 KEL_END_DECLS

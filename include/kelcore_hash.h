@@ -7,8 +7,7 @@
  *     KEL_Hashmap_DestroyFull(pids, NULL);
  *
  * The checksums are pure functions. The table takes no lock: callers that
- * share one guard it. Handles must not be null but where said otherwise.
- * Traces under "kelhash".
+ * share one guard it. Traces under "kelhash".
  *
  * Surprises worth knowing:
  *  - Inserting a key twice makes two entries; lookups find the first in probe
@@ -19,7 +18,12 @@
  *  - A table that may not grow takes half its size in entries. Growing leaks
  *    the old copies of the keys.
  *  - KEL_Hashmap_Destroy leaves the copies of the keys behind;
- *    KEL_Hashmap_DestroyFull calls the release function for free slots, too. */
+ *    KEL_Hashmap_DestroyFull calls the release function for free slots, too.
+ *
+ * Threads: the checksums and KEL_Hashmap_string any, a table one at a time.
+ * Blocking: never.
+ * Null: a null key is as told; a null table is ignored by the two destroying
+ * calls only. */
 #ifndef KELCORE_HASH_H
 #define KELCORE_HASH_H
 

@@ -15,7 +15,7 @@
  *
  * Queues belong to the system: no call removes one, they stay until somebody
  * unlinks them (mq_unlink). The system limits their number, depth and message
- * size. Names begin with '/'. Safe from any thread. Traces under "kelipc".
+ * size. Names begin with '/'. Traces under "kelipc".
  *
  * Surprises worth knowing:
  *  - Time-outs of the first family above 4294 ms wrap around, those of sending and
@@ -23,7 +23,12 @@
  *  - A custom message's priority is its length: longer ones are received
  *    first, and from 32,768 bytes on the kernel refuses them.
  *  - KEL_IPCClose does not free the handle's message buffer, and removes the
- *    semaphore's name from the system. */
+ *    semaphore's name from the system.
+ *
+ * Threads: any thread may make every call but closing a handle that others use.
+ * Blocking: sending waits for room and receiving for a message, for at most the
+ * time-out; opening never.
+ * Null: a null handle is refused or ignored as told; names must not be null. */
 #ifndef KELCORE_IPC_H
 #define KELCORE_IPC_H
 
@@ -71,7 +76,8 @@ KEL_API int32_t KEL_IPCSend_CustomMsg(KEL_IPC *ipc, const void *data, uint32_t l
 
 /* Receives one message into `buffer`, which has room for the queue's message
  * size (KEL_IPCGetMsg tells it), waiting at most `timeout` milliseconds (0: as
- * the queue was opened). Returns 0; -110 when the wait expired; -22 for a null
+ * the queue was opened). Returns 0, not the length: a standard message tells its
+ * own; -110 when the wait expired; -22 for a null
  * argument; -1 on any other failure. */
 KEL_API int32_t KEL_IPCReceive(KEL_IPC *ipc, void *buffer, uint32_t timeout);
 
@@ -79,15 +85,17 @@ KEL_API int32_t KEL_IPCReceive(KEL_IPC *ipc, void *buffer, uint32_t timeout);
  * `size` unless that is null. Without `size`, null gives null. */
 KEL_API void *KEL_IPCGetMsg(KEL_IPC *ipc, uint32_t *size);
 
-/* Does nothing and returns 0: the buffer stays the handle's. */
+/* Does nothing and returns 0, also for null: the buffer stays the handle's. */
 KEL_API int32_t KEL_IPCPutMsg(KEL_IPC *ipc);
 
 /* Opens a queue of raw blocks; with `create` non-zero it is made if missing,
- * for `max_messages` of at most `max_size` bytes. Null on failure. */
+ * for `max_messages` of at most `max_size` bytes (an existing one keeps its
+ * own). Owned by the caller until KEL_IPC_MsgClose. Null on failure. */
 KEL_API KEL_NODISCARD KEL_IPC_MSG *KEL_IPC_MsgOpen(const char *name, uint32_t max_messages,
                                                    uint32_t max_size, uint8_t create);
 
-/* Sends `length` bytes, waiting for room. Returns 0 or -1. */
+/* Sends `length` bytes, waiting for room without limit. Returns 0; -1 on
+ * failure, for null, or when `length` is above the queue's size. */
 KEL_API int32_t KEL_IPC_MsgSend(KEL_IPC_MSG *queue, const void *data, uint32_t length);
 
 /* Receives a block into `buffer` of `length` bytes, waiting at most `timeout`

@@ -4,7 +4,12 @@
  *     Decode decode = (Decode)KEL_LibraryGetFunc(plugin, "decode");
  *     KEL_LibraryUnLoad(plugin);
  *
- * Safe from any thread. Failures are traced under "kellibrary". */
+ * Failures are traced under "kellibrary".
+ *
+ * Threads: any thread may make every call.
+ * Blocking: as the dynamic loader does, which reads files and runs constructors.
+ * Null: a null path is the program itself, a null library the program with all
+ * that it is linked with; `name` must not be null. */
 #ifndef KELCORE_LIBRARY_H
 #define KELCORE_LIBRARY_H
 

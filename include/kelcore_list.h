@@ -12,8 +12,13 @@
  * The list links and unlinks nodes; it never allocates, frees or looks into
  * one. Operations check the links that they are about to change and trace
  * corruption ("kelnlist", ERROR) instead of repairing it. All but
- * KEL_NList_GetNthList take constant time. Threads that share a list bring
- * their own lock, or use kelcore_list_mutex.h. */
+ * KEL_NList_GetNthList take constant time. Threads that share a list
+ * bring their own lock, or use kelcore_list_mutex.h.
+ *
+ * Threads: none but the one that has the list, or its lock.
+ * Blocking: never, but for the pool allocator's lock when it holds the nodes.
+ * Null: a null list or node is refused with the result that is told, unless it
+ * must not be null. */
 #ifndef KELCORE_LIST_H
 #define KELCORE_LIST_H
 
@@ -21,12 +26,14 @@
 
 KEL_BEGIN_DECLS
 
+/* A node, in one list at most. */
 typedef struct KEL_NLIST_NODE {
   struct KEL_NLIST_NODE *prev; /* null at the head and while not linked */
   struct KEL_NLIST_NODE *next; /* null at the tail and while not linked */
   void *data;                  /* the caller's; never looked into */
 } KEL_NLIST_NODE;
 
+/* A list; its fields are read by all, written by the calls only. */
 typedef struct KEL_NLIST {
   KEL_NLIST_NODE *head; /* null when empty */
   KEL_NLIST_NODE *tail; /* null when empty */

@@ -4,7 +4,13 @@
  * is not, and KEL_ListMove and KEL_ListMoveToTail are two steps between which
  * other threads may run. The Get calls take no lock: a caller that walks the
  * list while others change it brings its own serialisation. Locks are taken
- * without a time limit. Traces under "kellist". */
+ * without a time limit. Traces under "kellist".
+ *
+ * Threads: any may change a list; those that only look at it are not kept apart
+ * from them.
+ * Blocking: what changes the list, and KEL_List_GetNthList, wait for its lock.
+ * Null: a null list or node is refused with the result that is told, unless it
+ * must not be null. */
 #ifndef KELCORE_LIST_MUTEX_H
 #define KELCORE_LIST_MUTEX_H
 
@@ -13,17 +19,19 @@
 
 KEL_BEGIN_DECLS
 
+/* A node, in one list at most. */
 typedef struct KEL_LIST_NODE {
   struct KEL_LIST_NODE *prev; /* null at the head and while not linked */
   struct KEL_LIST_NODE *next; /* null at the tail and while not linked */
   void *data;                 /* the caller's; never looked into */
 } KEL_LIST_NODE;
 
+/* A list; its fields are written by the calls only. */
 typedef struct KEL_LIST {
   KEL_LIST_NODE *head; /* null when empty */
   KEL_LIST_NODE *tail; /* null when empty */
   uint32_t count;      /* linked nodes */
-  KEL_MUTEX *lock;
+  KEL_MUTEX *lock;     /* its own; null when it could not be made */
 } KEL_LIST;
 
 /* An empty list, owned by the caller until KEL_ListDestroy; null when memory

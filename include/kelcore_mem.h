@@ -6,12 +6,18 @@
  *
  * Blocks are those of the C library: what malloc() gave may be passed to
  * KEL_Free and the other way round. Nothing here traces; failure is a null
- * result. All calls are as thread-safe as malloc().
+ * result.
  *
  * KEL_MemTblAdd, KEL_MemTblUpdate and KEL_MemTblRemove announce every block (copies
  * of keys in a hash table are announced when they go, not when they are made).
  * They do nothing here; a program that defines functions of these names
- * replaces them and can follow every allocation of the library. */
+ * replaces them and can follow every allocation of the library.
+ *
+ * Threads: as malloc(), any thread may make every call; KEL_MemInit is for start-
+ * up.
+ * Blocking: none, but for the locks of the C library's allocator.
+ * Null: releasing null does nothing; an installed non-cache function decides for
+ * itself. */
 #ifndef KELCORE_MEM_H
 #define KELCORE_MEM_H
 
@@ -54,13 +60,14 @@ KEL_API void KEL_Free(void *block, uint32_t flag);
  * other threads allocate such memory. Returns 0. */
 KEL_API int32_t KEL_MemInit(KEL_NC_MALLOC allocate, KEL_NC_FREE release);
 
-/* Memory from the installed non-cache allocator, `size` in bytes, or null. */
+/* Memory from the installed non-cache allocator, `size` in bytes, or null. Its
+ * owner gives it to KEL_NonCacheFree. */
 KEL_API KEL_NODISCARD void *KEL_NonCacheMalloc(uint32_t size);
 
 /* Hands `block` to the installed non-cache release function. */
 KEL_API void KEL_NonCacheFree(void *block);
 
-/* malloc() and free(): the non-cache pair at start. Null is ignored. */
+/* malloc() and free(): the non-cache pair at start. Results and null as there. */
 KEL_API KEL_NODISCARD void *KEL_DefaultNCMalloc(uint32_t size);
 KEL_API void KEL_DefaultNCFree(void *block);
 
@@ -70,7 +77,11 @@ KEL_API uint64_t KEL_NonCacheGetPhys(void *block);
 /* Does nothing: no cache to flush here. */
 KEL_API void KEL_NonCacheFlush(void *block, uint32_t size);
 
-/* The replaceable announcements; see above. */
+/* The replaceable announcements, see above: a block was made by KEL_Malloc or
+ * KEL_Calloc; KEL_ReAlloc made another one of it; it is about to be released.
+ * The allocating thread makes them, without any lock: what replaces them guards
+ * its own records and does not allocate through the library. `file` and `func`
+ * are what the caller gave and may be null. */
 KEL_API void KEL_MemTblAdd(void *block, uint32_t size, uint32_t align, const char *file,
                            int32_t line, const char *func);
 KEL_API void KEL_MemTblUpdate(void *old_block, void *new_block, uint32_t size);

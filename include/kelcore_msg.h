@@ -13,7 +13,13 @@
  *
  * Surprise worth knowing: on a new channel the first maxmsg receives return 0
  * at once with a null descriptor, for the wake-up count starts at maxmsg.
- * Receive again, or take those units first. */
+ * Receive again, or take those units first.
+ *
+ * Threads: any number send and receive; nobody may use a channel that is being
+ * destroyed.
+ * Blocking: KEL_MsgReceive, for at most its time-out; sending never waits for
+ * room.
+ * Null: the channel must not be null but for KEL_MsgSend, which refuses it. */
 #ifndef KELCORE_MSG_H
 #define KELCORE_MSG_H
 
@@ -23,6 +29,7 @@ KEL_BEGIN_DECLS
 
 typedef struct KEL_MSG KEL_MSG;
 
+/* A message: it travels by its address. */
 typedef struct KEL_MSG_DESC {
   uint32_t word; /* the application's own: a type, an identifier */
   uint32_t size; /* payload bytes */

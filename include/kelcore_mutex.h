@@ -6,7 +6,11 @@
  *
  * Not recursive: locking twice from one thread waits for ever, or for the
  * whole time-out. The thread that locked must unlock. The three kinds of
- * time-out report failure in three ways; callers test for 0 only. */
+ * time-out report failure in three ways; callers test for 0 only.
+ *
+ * Threads: any thread may lock; nobody may use a mutex that is being destroyed.
+ * Blocking: only KEL_MutexLock, for at most its time-out.
+ * Null: refused with 0xFFFFFFFF. */
 #ifndef KELCORE_MUTEX_H
 #define KELCORE_MUTEX_H
 

@@ -19,7 +19,13 @@
  *    unbounded queue, the release flag): a later blocking pop may return at
  *    once with nothing. A signal that interrupts an endless wait looks like a
  *    time-out, too.
- *  - KEL_QueuePeek of an empty queue keeps the queue locked for good. */
+ *  - KEL_QueuePeek of an empty queue keeps the queue locked for good.
+ *
+ * Threads: any number push, one at a time pops; nobody may use a queue that is
+ * being destroyed.
+ * Blocking: pops wait for at most their time-out, all but the unlocked reads for
+ * the queue's lock.
+ * Null: a null queue is refused with the result that is told. */
 #ifndef KELCORE_QUEUE_H
 #define KELCORE_QUEUE_H
 
@@ -63,8 +69,9 @@ KEL_API int32_t KEL_QueueReset(KEL_QUEUE *queue);
 KEL_API int32_t KEL_QueuePopRelease(KEL_QUEUE *queue);
 
 /* Unlocked reads. Name: the queue's own copy, null when it has none (none was
- * given, or it could not be copied) or for null. Size: 0 for null. Full and empty: 1 or 0, -1 for null; an unbounded
- * queue is never full. */
+ * given, or it could not be copied) or for null. Size: the number of entries, 0
+ * for null. Full and empty: 1 or 0, -1 for null; an unbounded queue is never
+ * full. */
 KEL_API const char *KEL_QueueGetName(KEL_QUEUE *queue);
 KEL_API int32_t KEL_QueueGetSize(KEL_QUEUE *queue);
 KEL_API int32_t KEL_QueueFull(KEL_QUEUE *queue);

@@ -13,13 +13,18 @@
  *
  * Data never wraps: the buffer has twice its nominal size, and what is unread
  * slides back to the start once the reading has passed the nominal size. No
- * lock and no checks of counts; one thread, or a lock of the caller's. Traces
+ * lock and no checks of counts. Traces
  * under "kelring".
  *
  * Surprises worth knowing:
  *  - KELRing_GetWBuf always offers the whole nominal size. Write no more than
  *    size less what is held: more may run over the end.
- *  - KELRing_Reset forgets the data but not the read offset. */
+ *  - KELRing_Reset forgets the data but not the read offset.
+ *
+ * Threads: one at a time, or a lock of the caller's.
+ * Blocking: never.
+ * Null: a null ring is refused with the result that is told; `size` must not be
+ * null. */
 #ifndef KELCORE_RING_H
 #define KELCORE_RING_H
 
@@ -36,7 +41,7 @@ KEL_API KEL_NODISCARD KEL_RING *KELRing_Create(uint32_t size);
 /* Releases the ring. Returns 0; -1 for null. */
 KEL_API int32_t KELRing_Destroy(KEL_RING *ring);
 
-/* Forgets what is unread. */
+/* Forgets what is unread. Null is ignored. */
 KEL_API void KELRing_Reset(KEL_RING *ring);
 
 /* Where to write, and the nominal size; null for null, `size` being left. */

@@ -5,8 +5,11 @@
  *     if (KEL_SemaGet(items, 100) == 0) { ... }  // another one
  *     KEL_SemaDestroy(items);
  *
- * Any number of threads may get and put at once. Destroying while others wait
- * is not allowed. */
+ * Threads: any number may get and put at once; destroying while others wait is
+ * not allowed.
+ * Blocking: KEL_SemaGet for at most its time-out, KEL_SemaReset as told.
+ * Null: a null handle is refused but by KEL_SemaReset; a null name makes a
+ * private semaphore. */
 #ifndef KELCORE_SEMA_H
 #define KELCORE_SEMA_H
 
@@ -44,7 +47,7 @@ KEL_API int32_t KEL_SemaGet(KEL_SEMA *sema, uint32_t timeout);
  * Never blocks. */
 KEL_API int32_t KEL_SemaPut(KEL_SEMA *sema);
 
-/* Writes the count. Returns 0, or -1; -22 for null. */
+/* Writes the count to `count` (not null). Returns 0, or -1; -22 for null. */
 KEL_API int32_t KEL_SemaStatus(KEL_SEMA *sema, int32_t *count);
 
 /* Takes as many units as the semaphore holds at the call; units given

@@ -6,14 +6,18 @@
  *
  * The first 4 of the 16 bytes in front of the data hold the segment's
  * identifier. Failures are printed on standard output, in red; they are not
- * traced. Safe from any thread.
+ * traced.
  *
  * Surprises worth knowing:
  *  - The key is a 16-bit checksum of the name: different names may meet in one
  *    segment. A name whose checksum is 0 (null and empty among them) gives a
  *    new private segment each time.
  *  - The first process that frees a segment removes it: it lives on until all
- *    others have let go, but later calls make a new one. */
+ *    others have let go, but later calls make a new one.
+ *
+ * Threads: any thread may make both calls, but free an address only once.
+ * Blocking: never.
+ * Null: a null name is that of a private segment, releasing null does nothing. */
 #ifndef KELCORE_SHM_H
 #define KELCORE_SHM_H
 

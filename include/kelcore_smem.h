@@ -24,7 +24,13 @@
  *  - A registration that fails for want of memory keeps its slot and size: the
  *    size then counts as registered, as soon as another class exists.
  *  - Unregister in the reverse order of registration. Where a hole is left, a
- *    size behind it can be registered a second time, in front of the first. */
+ *    size behind it can be registered a second time, in front of the first.
+ *
+ * Threads: any thread may allocate, free, register and look up; KEL_SMalloc_Init
+ * and KEL_SMalloc_Deinit are for start and stop.
+ * Blocking: allocating, freeing, registering and the status wait for the lock,
+ * without limit.
+ * Null: the words of KEL_SMemStatus may be null, a block that is freed must not. */
 #ifndef KELCORE_SMEM_H
 #define KELCORE_SMEM_H
 

@@ -6,7 +6,12 @@
  *
  * Nothing traces or blocks. Everything is reentrant but KEL_FourCC_String
  * without a buffer, KEL_char2Wchar and KEL_Wchar2char, which hand out buffers
- * that the whole process shares. */
+ * that the whole process shares.
+ *
+ * Threads: any, but for the calls that hand out a shared buffer: they are for one
+ * thread at a time.
+ * Blocking: never.
+ * Null: told per call. */
 #ifndef KELCORE_STRING_H
 #define KELCORE_STRING_H
 

@@ -5,8 +5,10 @@
  *     ...
  *     KEL_SystemUnInit(NULL);
  *
- * Every call may be made from any thread; none blocks but by what a callback
- * does. KEL_GetErrorStr and KEL_GetLastError may be called from a signal handler. */
+ * Threads: any thread may make every call; a signal handler may call
+ * KEL_GetErrorStr and KEL_GetLastError.
+ * Blocking: none blocks but by what a callback does.
+ * Null: told where a pointer is taken. */
 #ifndef KELCORE_SYSTEM_H
 #define KELCORE_SYSTEM_H
 

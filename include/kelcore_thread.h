@@ -7,7 +7,13 @@
  *
  * A thread is either joined once (KEL_ThreadDelete) or detached once, never
  * both. A detached thread's handle is not released by any call: keep it for
- * the life of the program or accept the few bytes. */
+ * the life of the program or accept the few bytes.
+ *
+ * Threads: any thread may make every call, but one only joins or detaches a given
+ * thread.
+ * Blocking: KEL_ThreadDelete waits for the thread, without limit; the sleeps
+ * sleep.
+ * Null: a null handle is refused; `entry` must not be null. */
 #ifndef KELCORE_THREAD_H
 #define KELCORE_THREAD_H
 
@@ -16,6 +22,8 @@
 KEL_BEGIN_DECLS
 
 typedef struct KEL_THREAD KEL_THREAD;
+
+/* What a thread runs; what it returns is the thread's result. */
 typedef void *(*KEL_THREAD_ENTRY)(void *arg);
 
 /* Starts `entry(arg)` on a new joinable thread.

@@ -6,8 +6,7 @@
  *     KEL_ThreadPool_Stop(pool, worker, &result);  // waits for the job
  *     KEL_ThreadPool_Delete(pool);
  *
- * Jobs are not queued: without an idle worker Run refuses. One controlling
- * thread runs, stops and deletes. Traces under "kelthreadpool".
+ * Jobs are not queued: without an idle worker Run refuses. Traces under "kelthreadpool".
  *
  * Surprises worth knowing:
  *  - KEL_ThreadPool_Stop collects a job, it does not end the worker. A worker
@@ -16,7 +15,13 @@
  *    (collect) the workers first.
  *  - The system shows 14 characters of a thread's name: with a prefix of 7 or
  *    more ten workers share one, with 10 or more all do.
- *  - A job returns; one that ends its thread leaves its collector waiting. */
+ *  - A job returns; one that ends its thread leaves its collector waiting.
+ *
+ * Threads: one controlling thread creates, runs, stops and deletes; jobs run on
+ * the workers.
+ * Blocking: KEL_ThreadPool_Stop and KEL_ThreadPool_Delete wait for jobs, without
+ * limit.
+ * Null: a null pool is refused or ignored; `prefix` and `job` must not be null. */
 #ifndef KELCORE_THREADPOOL_H
 #define KELCORE_THREADPOOL_H
 
@@ -25,6 +30,8 @@
 KEL_BEGIN_DECLS
 
 typedef struct KEL_THREADPOOL KEL_THREADPOOL;
+
+/* A job; what it returns is for its collector. */
 typedef int32_t (*KEL_JOB)(void *arg);
 
 /* Starts `count` workers named "<prefix>_rt_0000" and on, with the priority and
@@ -47,7 +54,8 @@ KEL_API int32_t KEL_ThreadPool_Stop(KEL_THREADPOOL *pool, int32_t number, int32_
  * Not to be called from a job. Null is ignored. */
 KEL_API void KEL_ThreadPool_Delete(KEL_THREADPOOL *pool);
 
-/* What a worker runs: for the pool's own use. */
+/* What a worker runs: for the pool's own use. Returns null when the worker
+ * ends. */
 KEL_API void *KEL_ThreadPool_Routine(void *slot);
 
 KEL_END_DECLS

@@ -1,9 +1,7 @@
 /* Clocks, time arithmetic, and timers.
  *
- * Clocks and arithmetic are stateless, never block and are safe from any thread
- * (KEL_GetlocalTime shares the C library's calendar buffer for an instant). They
- * report no failure, and no pointer may be null. All but KEL_GetlocalTime may be
- * called from a signal handler.
+ * Clocks and arithmetic are stateless and report no failure (KEL_GetlocalTime
+ * shares the C library's calendar buffer for an instant).
  *
  *     static void tick(void *flag) { *(volatile sig_atomic_t *)flag = 1; }
  *     KEL_TIMER *timer = KEL_TimerCreate(20000, tick, &flag);
@@ -19,7 +17,13 @@
  * error trace with their number. Tracing takes a lock: from a callback it can
  * stop a thread that was interrupted while it traced. So can the handler's own
  * lines, if "keltime" is traced: that error, and at KEL_LEVEL_TRACE a line for
- * each expiry. Traces under "keltime". */
+ * each expiry. Traces under "keltime".
+ *
+ * Threads: clocks and arithmetic are safe from any thread, and but for
+ * KEL_GetlocalTime from a signal handler. Any thread may create timers; one at a
+ * time starts, stops or destroys a given timer.
+ * Blocking: only KEL_TimerDestroy waits, for a callback that is running.
+ * Null: a null timer is refused; pointers to times must not be null. */
 #ifndef KELCORE_TIME_H
 #define KELCORE_TIME_H
 
@@ -59,10 +63,13 @@ KEL_API struct timespec KEL_TimespecAdd(struct timespec a, struct timespec b);
 KEL_API int32_t KEL_GetlocalTime(struct tm *time);
 
 typedef struct KEL_TIMER KEL_TIMER;
+
+/* What a timer calls, in signal context. */
 typedef void (*KEL_TIMER_CALLBACK)(void *arg);
 
 /* A timer, not yet armed, that will call `callback(arg)` after `interval`
- * microseconds. Owned by the caller until KEL_TimerDestroy; null on failure. */
+ * microseconds; a null callback is not called. Owned by the caller until
+ * KEL_TimerDestroy; null on failure. */
 KEL_API KEL_NODISCARD KEL_TIMER *KEL_TimerCreate(uint64_t interval, KEL_TIMER_CALLBACK callback,
                                                  void *arg);
 
@@ -85,7 +92,8 @@ KEL_API int32_t KEL_TimerStop(KEL_TIMER *timer);
  * Returns 0, or the first failing call's result; -1 for null. */
 KEL_API int32_t KEL_TimerDestroy(KEL_TIMER *timer);
 
-/* The handler of the timer signal: `information` is a siginfo_t *. */
+/* The handler of the timer signal, which the library installs itself:
+ * `information` is a siginfo_t *. */
 KEL_API void KEL_Timer_Handler(int32_t signal, void *information, void *context);
 
 KEL_END_DECLS

@@ -19,7 +19,14 @@
  *  - A line is cut at 4,095 characters.
  *  - Tracing never changes errno.
  *  - Tracing is no business of a signal handler: it takes a lock and writes to
- *    stdio streams. */
+ *    stdio streams.
+ *
+ * Threads: any thread may trace, a signal handler may not. Setting up
+ * (KEL_TraceInit, KEL_TraceDeinit, KEL_TraceSet, KEL_TraceSetCB) is for one
+ * thread while the others are quiet.
+ * Blocking: a printed line waits for the trace lock and for the outputs; one that
+ * is filtered out never waits.
+ * Null: `format` must not be null; for the rest it is told. */
 #ifndef KELCORE_TRACE_H
 #define KELCORE_TRACE_H
 
@@ -30,11 +37,11 @@ KEL_BEGIN_DECLS
 /* Levels; a higher one is more talkative. Lines of level NONE or below are
  * never printed, levels above TRACE are named like TRACE. */
 enum {
-  KEL_LEVEL_NONE = 0,
-  KEL_LEVEL_ERROR = 1,
-  KEL_LEVEL_INFO = 2,
-  KEL_LEVEL_DEBUG = 3,
-  KEL_LEVEL_TRACE = 4
+  KEL_LEVEL_NONE = 0,  /* silent */
+  KEL_LEVEL_ERROR = 1, /* failures */
+  KEL_LEVEL_INFO = 2,  /* what happens seldom */
+  KEL_LEVEL_DEBUG = 3, /* what happens inside */
+  KEL_LEVEL_TRACE = 4  /* each step */
 };
 
 /* Receives each printed line, without colour, on the tracing thread and
@@ -84,8 +91,9 @@ KEL_API void KEL_Traces(const char *format, ...) KEL_PRINTF(1, 2);
 KEL_API void KEL_TraceColor(void);
 
 /* Prints `length` bytes at `data` on standard output, 16 to a row, with
- * decimal offsets, under a head line that names `file` and `line`. Neither
- * filtered nor written to the trace file. */
+ * decimal offsets, under a head line that names `file` (not null) and `line`.
+ * `data` may be null when `length` is 0. Neither filtered nor written to the
+ * trace file; takes no lock, so rows of two threads may mix. */
 KEL_API void KEL_Hexdump(const void *data, uint32_t length, const char *file, int32_t line);
 
 KEL_END_DECLS

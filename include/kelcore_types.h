@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+/* The version of the headers: major.minor.patch. */
 #define KELCORE_VERSION_MAJOR 0
 #define KELCORE_VERSION_MINOR 1
 #define KELCORE_VERSION_PATCH 0
@@ -31,23 +32,23 @@
 
 /* Status codes. 0 is success, failures have the top bit set.
  * KEL_GetErrorStr() turns a code into its text. */
-#define KEL_OK 0x00000000u
-#define KEL_ERR_FAIL 0x80000000u
-#define KEL_ERR_OUT_OF_MEMORY 0x80000001u
-#define KEL_ERR_THREAD_CREATE 0x80000002u
-#define KEL_ERR_DISK_FULL 0x80000005u
-#define KEL_ERR_NOT_SUPPORTED 0x80000006u
-#define KEL_ERR_TIMEOUT 0x80000007u
-#define KEL_ERR_FILE_OPEN 0x80000010u
-#define KEL_ERR_FILE_CREATE 0x80000011u
-#define KEL_ERR_FILE_READ 0x80000012u
-#define KEL_ERR_FILE_WRITE 0x80000013u
-#define KEL_ERR_FILE_SEEK 0x80000014u
-#define KEL_ERR_FILE_FORMAT 0x80000019u
-#define KEL_ERR_STREAM 0x8000001Au
-#define KEL_ERR_NO_BUFFER 0x80000050u
-#define KEL_ERR_BUFFER_SIZE 0x80000051u
-#define KEL_ERR_BUFFER_OVERFLOW 0x80000052u
-#define KEL_ERR_END_OF_DATA 0x80000054u
+#define KEL_OK 0x00000000u                  /* success */
+#define KEL_ERR_FAIL 0x80000000u            /* any other failure */
+#define KEL_ERR_OUT_OF_MEMORY 0x80000001u   /* memory is short */
+#define KEL_ERR_THREAD_CREATE 0x80000002u   /* a thread could not be made */
+#define KEL_ERR_DISK_FULL 0x80000005u       /* no room on the disk */
+#define KEL_ERR_NOT_SUPPORTED 0x80000006u   /* not supported */
+#define KEL_ERR_TIMEOUT 0x80000007u         /* a wait expired */
+#define KEL_ERR_FILE_OPEN 0x80000010u       /* missing, or cannot be opened */
+#define KEL_ERR_FILE_CREATE 0x80000011u     /* cannot be made */
+#define KEL_ERR_FILE_READ 0x80000012u       /* reading failed */
+#define KEL_ERR_FILE_WRITE 0x80000013u      /* writing failed */
+#define KEL_ERR_FILE_SEEK 0x80000014u       /* seeking failed */
+#define KEL_ERR_FILE_FORMAT 0x80000019u     /* not in a format that is known */
+#define KEL_ERR_STREAM 0x8000001Au          /* damaged stream */
+#define KEL_ERR_NO_BUFFER 0x80000050u       /* no buffer to be had */
+#define KEL_ERR_BUFFER_SIZE 0x80000051u     /* a buffer of the wrong size */
+#define KEL_ERR_BUFFER_OVERFLOW 0x80000052u /* more than a buffer holds */
+#define KEL_ERR_END_OF_DATA 0x80000054u     /* end of file or stream */
 
 #endif

@@ -34,7 +34,12 @@
  *  - KEL_VMemReset leaves the copies of the first header: the next use reports
  *    it as broken, and carries on. It also leaves the place where the search
  *    begins, and so the old blocks behind it: after allocations a reset heap can
- *    hand out the same bytes twice. Make a new heap instead. */
+ *    hand out the same bytes twice. Make a new heap instead.
+ *
+ * Threads: any thread may allocate and free; resetting and destroying are for one
+ * that has the heap alone.
+ * Blocking: allocating and freeing wait for the heap's lock, without limit.
+ * Null: a null heap is refused or ignored; a block must not be null. */
 #ifndef KELCORE_VIRTMEM_H
 #define KELCORE_VIRTMEM_H
 

@@ -1,0 +1,182 @@
+#!/usr/bin/env python3
+"""Doxygen's input filter: prints a public header with its plain comments turned into
+Doxygen's, one for each declaration, in the group of its family. Of families.ini it makes
+the main page and the groups."""
+
+import re
+import sys
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "reference"))
+import headers  # noqa: E402
+
+FAMILIES = headers.families()
+ITEMS = {item.name for family in FAMILIES for header in family.headers
+         for item in header.items if item.name}
+
+
+def linked(text):
+    return re.sub(r"\bKEL\w+\b",
+                  lambda m: f'@ref {m[0]} "{m[0]}"' if m[0] in ITEMS else m[0], text)
+
+
+def escaped(text):
+    text = re.sub(r"[\\@#%&<>]", lambda m: "\\" + m[0], text)
+    return text.replace("--", r"\--").replace("::", r"\::")
+
+
+def prose(text, links=True):
+    parts = re.split(r"`([^`]*)`", text)
+    for i, part in enumerate(parts):
+        part = escaped(part)
+        parts[i] = f"<tt>{part}</tt>" if i % 2 else linked(part) if links else part
+    return "".join(parts)
+
+
+def rendered(block):
+    if block.kind == "code":
+        return ["@code{.c}"] + block.lines + ["@endcode", ""]
+    if block.kind == "table":
+        return ["@verbatim"] + block.lines + ["@endverbatim", ""]
+    if block.kind == "list":
+        return ["<ul>"] + [f"<li>{prose(line)}</li>" for line in block.lines] + ["</ul>", ""]
+    return [prose(block.text), ""]
+
+
+def sentences(text):
+    return re.split(r"(?<=[.]) (?=[A-Z`\"])", text)
+
+
+def without_returns(sentence):
+    sentence = re.sub(r"^Returns? ", "", sentence)
+    return sentence[0].upper() + sentence[1:]
+
+
+def split_result(item):
+    """The blocks without what they say of the result, and that as Doxygen text."""
+    if item.result in ("void", ""):
+        return item.blocks, []
+    blocks, result = [], []
+    for number, block in enumerate(item.blocks):
+        last = item.blocks[number - 1] if number else None
+        if block.kind == "table" and last and sentences(last.text)[-1].startswith("Return"):
+            result += rendered(block)
+        elif block.kind != "text":
+            blocks.append(block)
+        else:
+            kept = []
+            for sentence in sentences(block.text):
+                returns = sentence.startswith("Return")
+                (result if returns else kept).append(
+                    prose(without_returns(sentence)) if returns else sentence)
+            if kept:
+                blocks.append(headers.Block("text", [" ".join(kept)]))
+    if not result:
+        # It is told in passing, or the function is named after what it returns.
+        all_of_it = [s for block in item.blocks if block.kind == "text"
+                     for s in sentences(block.text)]
+        told = [s for s in all_of_it if re.search(r"returns |return it|is returned", s)]
+        result = [prose(without_returns((told or all_of_it)[0]))]
+    return blocks or item.blocks, result
+
+
+def comment(lines):
+    return "/**\n" + "\n".join(lines).rstrip() + "\n*/"
+
+
+def documented(header, item, parameters):
+    blocks, result = split_result(item)
+    lines = []
+    if item.kind == "handle":
+        lines += ["A handle. What it holds is private to the library.", ""]
+    for block in blocks:
+        lines += rendered(block)
+    if item.trailing:
+        lines = [prose(item.trailing[0].upper() + item.trailing[1:] + "."), ""]
+    if item.kind in ("function", "callback"):
+        for p in item.parameters:
+            text = parameters(header, item.name, p.name)
+            if p.name and text:
+                lines.append(f"@param {p.name} {prose(text)}")
+        if result:
+            lines += ["@return " + result[0]] + result[1:]
+    if item.kind == "function":
+        for title in headers.CONVENTIONS:
+            if title in header.conventions:
+                lines += ["", f"@par {title}", prose(header.conventions[title])]
+    return comment(lines)
+
+
+def declared(item):
+    text = headers.ATTRIBUTES.sub("", item.declaration)
+    if item.kind in ("struct", "enum"):
+        return re.sub(r"/\* (.*?) \*/",
+                      lambda m: "/**< " + prose(m[1][0].upper() + m[1][1:], False) + ". */",
+                      text)
+    return re.sub(r" */\*.*?\*/", "", text)
+
+
+def print_header(path):
+    family = next(f for f in FAMILIES if any(h.path.name == path.name for h in f.headers))
+    header = next(h for h in family.headers if h.path.name == path.name)
+    parameters = headers.parameter_texts()
+    includes = re.findall(r"^#include .*$", path.read_text(), re.M)
+    head = [f"@file {path.name}", f"@brief {prose(header.title)}.",
+            f"Family: @ref {family.key}."]
+    print(comment(head))
+    print("\n".join(includes))
+    lines = [f"@addtogroup {family.key}", "@{", f"@par {path.name}", ""]
+    for block in header.blocks:
+        lines += rendered(block)
+    # Doxygen reads the headers by name: behind the last one of the family.
+    if path.name == max(h.path.name for h in family.headers):
+        if family.see:
+            lines += ["@par Neighbours", ", ".join(f"@ref {key}" for key in family.see), ""]
+        for example in family.examples:
+            lines += [f"@par Example: {example}", f"@include {example}", ""]
+    print(comment(lines))
+    for item in header.items:
+        print(documented(header, item, parameters))
+        print(declared(item), end="\n\n")
+    print("/** @} */")
+
+
+MAIN = """@mainpage
+The core runtime library of an embedded Linux media device, behind a plain C interface:
+@code{.c}
+#include <kelcore.h>
+@endcode
+Programs include that header, or those of the families they use, and link with
+<tt>-lkelcore</tt>. Time-outs are milliseconds; results are 0 or a handle when all is
+well, and each function tells the rest. What is said under Threads, Blocking and Null is
+true of the family, as far as the function itself does not say otherwise.
+"""
+
+
+def print_groups():
+    lines = MAIN.split("\n")
+    areas = {}
+    for family in FAMILIES:
+        areas.setdefault(family.area, []).append(family)
+    for area, members in areas.items():
+        lines += [f"@par {area}", ", ".join(f"@ref {f.key}" for f in members), ""]
+    print(comment(lines))
+    for number, (area, members) in enumerate(areas.items()):
+        print(comment([f"@defgroup area{number} {area}",
+                       "Families: " + ", ".join(f"@ref {f.key}" for f in members) + "."]))
+        for family in members:
+            print(comment([f"@defgroup {family.key} {family.title}",
+                           f"@ingroup area{number}"]))
+
+
+def main():
+    path = Path(sys.argv[1])
+    if path.suffix == ".ini":
+        print_groups()
+    else:
+        print_header(path)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,53 @@
+#!/usr/bin/env python3
+"""check_reference.py DOXYGEN DOXYFILE TAGFILE: the reference is written without a word
+of complaint, every exported function has its entry in it, and so have its parameters and
+what its family promises about threads, blocking and null."""
+
+import configparser
+import subprocess
+import sys
+import xml.etree.ElementTree as tree
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "docs/reference"))
+import headers  # noqa: E402
+
+
+def complaints(doxygen, doxyfile, tagfile):
+    run = subprocess.run([doxygen, doxyfile], capture_output=True, text=True)
+    if run.returncode or run.stdout or run.stderr:
+        yield f"{run.stdout}{run.stderr}doxygen: {run.returncode}"
+        return
+    entries = {member.find("name").text for member in tree.parse(tagfile).iter("member")
+               if member.get("kind") == "function"}
+    exported = set(headers.exported())
+    for name in sorted(exported ^ entries):
+        yield f"{name}: {'not in the reference' if name in exported else 'not exported'}"
+
+    table = configparser.ConfigParser(interpolation=None)
+    table.optionxform = str
+    table.read(headers.ROOT / "docs/reference/parameters.ini")
+    unused = {(section, name) for section in table.sections() for name in table[section]}
+    for family in headers.families():
+        for header in family.headers:
+            missing = set(headers.CONVENTIONS) - set(header.conventions)
+            if missing and header.functions():
+                yield f"{header.path.name}: nothing about {missing}"
+            for item in header.items:
+                for parameter in item.parameters:
+                    told = [(section, parameter.name)
+                            for section in (item.name, header.path.stem, "all")
+                            if table.has_option(section, parameter.name)]
+                    if told:
+                        unused.discard(told[0])
+                    elif parameter.name:
+                        yield f"{item.name}: nothing about {parameter.name}"
+    for section, name in sorted(unused):
+        yield f"parameters.ini: nobody has [{section}] {name}"
+
+
+if __name__ == "__main__":
+    found = list(complaints(*sys.argv[1:]))
+    print("\n".join(found))
+    sys.exit(1 if found else 0)
