@@ -15,7 +15,9 @@
  *    comes from malloc at creation: a region in static memory, or one that
  *    malloc took from the same arena before, lies below it and yields nothing,
  *    although the free count drops. Use a region above the heap of the process,
- *    as mmap gives it (malloc does so too for 128 KiB and more).
+ *    as mmap gives it. malloc does so too for 128 KiB and more, but not for sizes
+ *    up to the largest that was freed: mallopt(M_MMAP_THRESHOLD, 128 * 1024) at
+ *    the start of the program makes it keep to that.
  *  - The last block, when it would be handed out whole, is not handed out.
  *  - The search begins at the block handed out last also when that block has been
  *    absorbed by a free one before it; its old header is used again then, inside

@@ -1,0 +1,67 @@
+#!/usr/bin/env python3
+"""Compares the code in the guide with the programs that tests build and run, and the
+links with what is there. With --write it puts the programs' text into the guide.
+
+A block of code follows "<!-- snippets/FILE -->" or "<!-- snippets/FILE: PART -->", the part
+standing in the file between "/* --- PART --- */" and "/* --- */"."""
+
+import re
+import sys
+import textwrap
+from pathlib import Path
+
+GUIDE = Path(__file__).resolve().parent
+DOCS = GUIDE.parent
+SHOWN = re.compile(r"<!-- (snippets/[\w.]+)(?:: ([\w ]+))? -->\n```(\w+)\n(.*?)```\n", re.S)
+
+
+def code(path, part):
+    text = (GUIDE / path).read_text()
+    if part:
+        found = re.search(r"^ *[/*]+ --- %s --- \*/\n(.*?)^ *[/*]+ --- \*/\n" % re.escape(part),
+                          text, re.S | re.M)
+        if not found:
+            raise ValueError(f"{path}: no part {part}")
+        text = textwrap.dedent(found[1])
+    return text
+
+
+def anchors(path):
+    titles = re.findall(r"^#+ (.*)$", path.read_text(), re.M)
+    return {re.sub(r"[^\w -]", "", title.lower()).replace(" ", "-") for title in titles}
+
+
+def complaints(write):
+    used = set()
+    for page in sorted(GUIDE.glob("*.md")):
+        text = page.read_text()
+        used |= {found[1] for found in SHOWN.finditer(text)}
+        as_it_is = SHOWN.sub(lambda m: text[m.start():m.start(4)] +
+                             code(m[1], m[2]) + "```\n", text)
+        if write:
+            page.write_text(as_it_is)
+        elif text != as_it_is:
+            yield f"{page.name}: not what the snippets are; {Path(__file__).name} --write"
+        if len(re.findall(r"^```\w", text, re.M)) != len(SHOWN.findall(text)):
+            yield f"{page.name}: code that no snippet has"
+    for path in sorted((GUIDE / "snippets").glob("*.c*")):
+        if f"snippets/{path.name}" not in used:
+            yield f"snippets/{path.name}: not shown"
+
+    index = (DOCS / "README.md").read_text()
+    for page in sorted(DOCS.rglob("*.md")):
+        name = page.relative_to(DOCS)
+        if page.name != "README.md" and f"]({name})" not in index:
+            yield f"docs/README.md: nothing about {name}"
+        for target, _, anchor in re.findall(r"\]\(([^):#]*)(#([\w-]+))?\)", page.read_text()):
+            there = page if not target else page.parent / target
+            if not there.exists():
+                yield f"{name}: {target} is not there"
+            elif anchor and anchor not in anchors(there):
+                yield f"{name}: {target} has no #{anchor}"
+
+
+if __name__ == "__main__":
+    found = list(complaints("--write" in sys.argv[1:]))
+    print("\n".join(found))
+    sys.exit(1 if found else 0)
