@@ -3,6 +3,7 @@
 
 #include <kelcore_queue.h>
 #include <kelcore_smem.h>
+#include <string.h>
 
 #include <algorithm>
 #include <atomic>
@@ -19,7 +20,8 @@ struct Held {
   uint64_t key;
 };
 
-// What travels with a block from thread to thread: inside it, in front.
+// What travels with a block from thread to thread: inside it, in front. Blocks are
+// aligned to 4 bytes only.
 struct Label {
   uint32_t size;
   uint64_t key;
@@ -111,7 +113,8 @@ class Round {
   void SendAway(const Held &one) {
     stress::Expect(stress::Holds(one.block, one.size, one.key),
                    "a block of %u bytes has been overwritten", one.size);
-    *static_cast<Label *>(one.block) = {one.size, one.key};
+    const Label label = {one.size, one.key};
+    memcpy(one.block, &label, sizeof label);
     // A full queue refuses.
     if (KEL_QueuePush(travellers_, one.block, 0) != 0)
       Release(Unlabelled(one.block));
@@ -120,10 +123,9 @@ class Round {
   }
   // Holds its pattern again.
   static Held Unlabelled(void *block) {
-    const Label label = *static_cast<Label *>(block);
-    uint8_t front[sizeof(Label)];
-    stress::Fill(front, sizeof front, label.key);
-    std::copy(front, front + sizeof front, static_cast<uint8_t *>(block));
+    Label label;
+    memcpy(&label, block, sizeof label);
+    stress::Fill(block, sizeof label, label.key);
     return {block, label.size, label.key};
   }
 
