@@ -29,7 +29,7 @@ constexpr int kFailuresShown = 20;
 uint64_t seed;
 std::atomic<uint64_t> generators{0};
 std::atomic<Clock::rep> deadline{0};
-volatile sig_atomic_t interrupted = 0;
+std::atomic<int> interrupted{0};  // the signal's number
 std::atomic<uint64_t> progress{0};
 std::atomic<int> failures{0};
 std::atomic<const char *> current_case{""};
@@ -143,7 +143,8 @@ uint64_t Random::Next() {
 
 bool Going() {
   progress.fetch_add(1, std::memory_order_relaxed);
-  return interrupted == 0 && Clock::now().time_since_epoch().count() < deadline;
+  return interrupted.load(std::memory_order_relaxed) == 0 &&
+         Clock::now().time_since_epoch().count() < deadline;
 }
 
 void Count(const char *what, uint64_t amount) {
