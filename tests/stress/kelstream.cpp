@@ -87,16 +87,20 @@ class Program {
   Program &operator=(const Program &) = delete;
 
   pid_t pid() const { return pid_; }
-  bool killed() const { return killed_; }
   // Without a limit: the watchdog knows one.
   void Wait() {
-    stress::Expect(waitpid(pid_, &status_, 0) == pid_, "a process is not waited for");
+    if (!ended_)
+      stress::Expect(waitpid(pid_, &status_, 0) == pid_, "a process is not waited for");
     ended_ = true;
     stress::Going();
   }
+  bool Ended() {
+    ended_ = ended_ || waitpid(pid_, &status_, WNOHANG) == pid_;
+    return ended_;
+  }
   void Kill() {
-    kill(pid_, SIGKILL);
-    killed_ = true;
+    if (!ended_)
+      kill(pid_, SIGKILL);
   }
   int status() const { return WIFEXITED(status_) ? WEXITSTATUS(status_) : -1; }
   // It may have been done before the signal came.
@@ -108,7 +112,7 @@ class Program {
   MemoryFile out_, err_;
   pid_t pid_;
   int status_ = 0;
-  bool ended_ = false, killed_ = false;
+  bool ended_ = false;
 };
 
 bool Contains(const std::string &text, const char *part) {
@@ -170,6 +174,19 @@ bool RemoveLeftTotals() {
   return totals != nullptr;
 }
 
+// Waits until a publisher can be watched, or has ended.
+void AwaitTotals(Program &publisher) {
+  constexpr timespec kShort = {0, 200'000};
+  while (!publisher.Ended()) {
+    kelstream::SharedTotals *const totals = kelstream::FindTotals(Name());
+    if (totals != nullptr) {
+      kelstream::DetachTotals(totals);
+      return;
+    }
+    nanosleep(&kShort, nullptr);
+  }
+}
+
 // What there is to publish, what is printed of it, and how long that takes alone.
 struct Work {
   std::vector<std::string> files;
@@ -197,7 +214,10 @@ void Round(stress::Random &random, const Work &work) {
   std::vector<std::string> arguments = {"--json", "--publish", Name()};
   arguments.insert(arguments.end(), work.files.begin(), work.files.end());
   Program publisher(arguments);
-  Pause(random, work.micros);
+  if (random.OneIn(4))
+    Pause(random, work.micros);
+  else
+    AwaitTotals(publisher);
   Program watcher({"--watch", Name()});
   Pause(random, work.micros);
   const bool publisher_first = random.OneIn(2);
