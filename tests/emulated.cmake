@@ -27,7 +27,7 @@ set(KELCORE_NOT_EMULATED
   "Timer.TheOlderOfTwoFiresAndGoesAsWell"
   "TimerDestroy.MayComeFromItsOwnCallback")
 # Whole programs, for the same two reasons.
-set(KELCORE_PROGRAMS_NOT_EMULATED example_periodic_timer)
+set(KELCORE_PROGRAMS_NOT_EMULATED example_periodic_timer stress_timer)
 
 # For every test of a directory, once all are made.
 function(kelcore_spare_the_emulator)
