@@ -19,16 +19,34 @@
 #include "kelcore_hpp/event.hpp"
 #include "kelcore_hpp/mutex.hpp"
 #include "kelcore_hpp/sema.hpp"
+#include "kelcore_hpp/thread.hpp"
+#include "kelcore_hpp/threadpool.hpp"
+#include "kelcore_hpp/time.hpp"
 
 // Lists, queues and messages
+#include "kelcore_hpp/list.hpp"
+#include "kelcore_hpp/list_mutex.hpp"
 #include "kelcore_hpp/msg.hpp"
 #include "kelcore_hpp/queue.hpp"
 
-// Files and parsing
-#include "kelcore_hpp/byte.hpp"
+// Between processes
+#include "kelcore_hpp/ipc.hpp"
+#include "kelcore_hpp/shm.hpp"
 
-// Byte buffers
+// Memory managers
+#include "kelcore_hpp/buffer.hpp"
+#include "kelcore_hpp/smem.hpp"
+#include "kelcore_hpp/virtmem.hpp"
+
+// Files and parsing
+#include "kelcore_hpp/bit.hpp"
+#include "kelcore_hpp/byte.hpp"
+#include "kelcore_hpp/file.hpp"
+#include "kelcore_hpp/library.hpp"
+
+// Hashing and byte buffers
 #include "kelcore_hpp/circular.hpp"
+#include "kelcore_hpp/hash.hpp"
 #include "kelcore_hpp/ring.hpp"
 
 #endif

@@ -73,9 +73,9 @@ class queue<T *> : public owner<KEL_QUEUE, &KEL_QueueDestroy> {
 
   /// As pop(), pointer and number in one.
   [[nodiscard]] entry pop_entry(timeout wait) {
-    entry taken;
-    taken.data = pop(taken.number, wait);
-    return taken;
+    int32_t number = 0;
+    T *data = pop(number, wait);
+    return {data, number};
   }
 
   /// As pop_entry(), but empty only when all of `wait` has passed by the steady clock.
