@@ -9,6 +9,8 @@
 ///
 /// Where it differs from the C calls:
 ///  - A short read that is a failure is told from the end of the file.
+///  - truncate() writes buffers out first; what KEL_FileTruncate finds in them comes
+///    behind the cut.
 ///  - The modes are those that mean something; the C call takes any combination of
 ///    bits, and some do not what they say.
 /// Closing tells nothing: sync() first where a full disk matters. The calls that edit
@@ -122,7 +124,7 @@ class file : public owner<FILE, &KEL_FileClose> {
   /// Cuts or extends the file.
   [[nodiscard]] status truncate(int64_t length) {
     errno = 0;
-    if (KEL_FileTruncate(native_handle(), length) != 0)
+    if (std::fflush(native_handle()) != 0 || KEL_FileTruncate(native_handle(), length) != 0)
       return detail::errno_or(errc::file_write);
     return {};
   }

@@ -22,8 +22,10 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory_resource>
 #include <new>
+#include <utility>
 
 #include "kelcore_hpp/owner.hpp"
 #include "kelcore_hpp/result.hpp"
@@ -33,21 +35,46 @@ namespace kel {
 
 namespace detail {
 
-/// A heap over `size` bytes that lie above its record, if malloc plays along; null
-/// when memory is short. `low` keeps a place below the region free until the record
-/// needs one.
+/// Memory of `size` bytes at a higher address than `low`; null when there is none to be
+/// had. Places below are kept until the end, so that each try gets another.
+inline void *malloc_above(const void *low, uint32_t size) {
+  // Holes below run out; large blocks lie apart from the others, all on one side.
+  constexpr uint32_t kLarge = 128 * 1024;
+  int tries = size < kLarge ? 256 : 4;
+  void *below = nullptr;  // a chain, linked through the first bytes of each
+  void *region = std::malloc(size);
+  while (region != nullptr && std::less<const void *>()(region, low)) {
+    std::memcpy(region, &below, sizeof below);
+    below = region;
+    region = --tries > 0 ? std::malloc(size) : nullptr;
+  }
+  while (below != nullptr) {
+    void *next = nullptr;
+    std::memcpy(&next, below, sizeof next);
+    std::free(std::exchange(below, next));
+  }
+  return region;
+}
+
+/// A heap over `size` bytes that lie above its record, if malloc plays along: of the
+/// small blocks that it has at hand the lowest is freed last, and so the one that the
+/// record gets. Null when there is none.
 inline KEL_VMEM *heap_above_its_record(uint32_t size) {
   constexpr std::size_t kRecordBytes = 40;
-  void *low = std::malloc(kRecordBytes);
-  void *region = std::malloc(size);
-  std::free(low);
-  if (low == nullptr || region == nullptr) {
-    std::free(region);
-    return nullptr;
+  void *small[32];
+  void **lowest = &small[0];
+  for (void *&block : small) {
+    block = std::malloc(kRecordBytes);
+    if (std::less<void *>()(block, *lowest))
+      lowest = &block;
   }
-  KEL_VMEM *heap = KEL_VMemCreate(region, size);
+  void *region = malloc_above(*lowest, size);
+  std::free(std::exchange(*lowest, nullptr));
+  KEL_VMEM *heap = region != nullptr ? KEL_VMemCreate(region, size) : nullptr;
   if (heap == nullptr)
     std::free(region);
+  for (void *block : small)
+    std::free(block);
   return heap;
 }
 
@@ -65,16 +92,15 @@ class region_heap : public owner<KEL_VMEM, &KEL_VMemDestroy> {
   using owner::owner;
 
   /// A heap over `size` bytes of its own, 192 at least: less has no room for two blocks.
-  /// Fails with std::errc::address_not_available when no region above the heap's record
-  /// could be had, which a region of 128 KiB and more made outside the main thread may
-  /// meet: make it there.
+  /// Fails when memory is short, or when no region above the heap's record could be had,
+  /// which one of 128 KiB and more that is made outside the main thread may meet: make it
+  /// there.
   static result<region_heap> create(uint32_t size) {
     constexpr uint32_t kLeast = 192;
-    constexpr int kTries = 8;
+    constexpr int kTries = 4;
     if (size < kLeast)
       return std::errc::invalid_argument;
-    // Places that were no good are kept until the end, so that each try gets another.
-    region_heap unusable[kTries];
+    region_heap unusable[kTries];  // kept until the end: each try gets another place
     for (region_heap &place : unusable) {
       place.reset(detail::heap_above_its_record(size));
       if (!place)
@@ -82,7 +108,7 @@ class region_heap : public owner<KEL_VMEM, &KEL_VMemDestroy> {
       if (detail::hands_out(place.native_handle()))
         return region_heap(place.release());
     }
-    return std::errc::address_not_available;
+    return errc::out_of_memory;
   }
 
   /// A block of `size` bytes, aligned to 8; null when there is none. What it holds is
