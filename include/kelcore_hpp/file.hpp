@@ -65,6 +65,8 @@ class file : public owner<FILE, &KEL_FileClose> {
 
   /// Reads up to `to.size()` bytes; gives how many, fewer at the end only.
   result<std::size_t> read(writable_bytes to) {
+    if (to.empty())
+      return std::size_t{0};
     errno = 0;
     const auto got =
         static_cast<std::size_t>(KEL_FileRead(native_handle(), to.data(), to.size()));
@@ -75,6 +77,8 @@ class file : public owner<FILE, &KEL_FileClose> {
 
   /// Writes all of `from`.
   [[nodiscard]] status write(bytes from) {
+    if (from.empty())
+      return {};
     errno = 0;
     if (KEL_FileWrite(native_handle(), from.data(), from.size()) != from.size())
       return detail::errno_or(errc::file_write);

@@ -144,9 +144,10 @@ class ipc_blocks : public owner<KEL_IPC_MSG, &KEL_IPC_MsgClose> {
   [[nodiscard]] status send(bytes block) {
     if (block.size() > max_size())
       return std::errc::message_size;
+    const uint8_t nothing = 0;  // an empty block, too, has to lie somewhere
+    const uint8_t *data = block.empty() ? &nothing : block.data();
     errno = 0;
-    if (KEL_IPC_MsgSend(native_handle(), block.data(), static_cast<uint32_t>(block.size())) ==
-        0)
+    if (KEL_IPC_MsgSend(native_handle(), data, static_cast<uint32_t>(block.size())) == 0)
       return {};
     return errno != 0 ? status(-errno) : status(errc::fail);
   }

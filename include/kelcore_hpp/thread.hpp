@@ -6,6 +6,9 @@
 ///     t.join();   // or leave it to the destructor, which waits as well
 ///
 /// Any thread may start others; one joins, or detaches, each.
+///
+/// Where it differs from the C calls: detach() releases the handle, which
+/// KEL_ThreadDetach leaves behind.
 #ifndef KELCORE_HPP_THREAD_HPP
 #define KELCORE_HPP_THREAD_HPP
 
@@ -18,6 +21,7 @@
 
 #include "kelcore_hpp/owner.hpp"
 #include "kelcore_hpp/result.hpp"
+#include "kelcore_mem.h"
 #include "kelcore_thread.h"
 
 namespace kel {
@@ -87,12 +91,11 @@ class thread : public owner<KEL_THREAD, &detail::join_and_release> {
     return returned;
   }
 
-  /// Lets the thread run on its own; the owner is empty then. The few bytes of the
-  /// handle stay for the life of the program.
+  /// Lets the thread run on its own; the owner is empty then.
   status detach() {
     const status detached(KEL_ThreadDetach(native_handle()));
     if (detached)
-      static_cast<void>(release());
+      KEL_Free(release(), 0);  // the thread does without its handle
     return detached;
   }
 };

@@ -45,6 +45,13 @@ class Normaliser {
   std::map<std::string, size_t> numbers_;
 };
 
+bool mentions(const std::string &code, const std::string &label) {
+  for (size_t at = code.find(label); at != std::string::npos; at = code.find(label, at + 1))
+    if (std::isdigit(static_cast<unsigned char>(code[at + label.size()])) == 0)
+      return true;
+  return false;
+}
+
 // Instructions, and the labels that jumps go to. Directives, and labels that only
 // directives use, say nothing about what runs.
 std::string instructions(const std::vector<std::string> &lines) {
@@ -58,9 +65,7 @@ std::string instructions(const std::vector<std::string> &lines) {
     if (line.compare(0, 2, "\t.") == 0)
       continue;
     if (line[0] == '.') {
-      const std::string label = line.substr(0, line.find(':'));
-      const size_t at = used.find(label);
-      if (at == std::string::npos)
+      if (!mentions(used, line.substr(0, line.find(':'))))
         continue;
     }
     out += normalise.line(line) + "\n";
