@@ -25,6 +25,8 @@
 ///    such a reader has read all.)
 ///  - A reader starts with the first frame that is committed after it was attached, and
 ///    is done with all others when it ends, so that none waits for it.
+///  - Frames are read in their order. KELBuf_FindRBuf jumps, and what it jumps over
+///    nobody is ever done with.
 #ifndef KELCORE_HPP_BUFFER_HPP
 #define KELCORE_HPP_BUFFER_HPP
 
@@ -82,8 +84,8 @@ class media_reader : public owner<KEL_BUF, &KELBuf_Destroy> {
   media_reader &operator=(media_reader &&other) noexcept {
     if (this != &other) {
       detach();
-      owner::operator=(std::move(other));
       writer_ = other.writer_;
+      owner::operator=(std::move(other));
     }
     return *this;
   }
@@ -92,12 +94,12 @@ class media_reader : public owner<KEL_BUF, &KELBuf_Destroy> {
   /// The next frame, which stays until done(). Fails with
   /// std::errc::resource_unavailable_try_again when all are read.
   result<media_frame> next() {
-    return got([this](media_frame *f) { return KELBuf_GetRBuf(native_handle(), f); });
-  }
-
-  /// Makes the frame at `data` the next one. Fails when there is none.
-  result<media_frame> find(const void *data) {
-    return got([&](media_frame *f) { return KELBuf_FindRBuf(native_handle(), data, f); });
+    media_frame frame;
+    const status outcome(KELBuf_GetRBuf(native_handle(), &frame));
+    if (outcome)
+      return frame;
+    return outcome.code() == -ENOTTY ? status(std::errc::resource_unavailable_try_again)
+                                     : outcome;
   }
 
   /// Is done with the next frame.
@@ -115,16 +117,6 @@ class media_reader : public owner<KEL_BUF, &KELBuf_Destroy> {
   }
 
  private:
-  template <class Get>
-  static result<media_frame> got(Get &&get) {
-    media_frame frame;
-    const status outcome(get(&frame));
-    if (outcome)
-      return frame;
-    return outcome.code() == -ENOTTY ? status(std::errc::resource_unavailable_try_again)
-                                     : outcome;
-  }
-
   KEL_BUF *writer_ = nullptr;
 };
 

@@ -88,6 +88,8 @@ class size_class {
   /// Fails with std::errc::file_exists for a size that is registered, else when memory
   /// is short or ten sizes are registered; memory that was short costs the slot.
   static result<size_class> create(uint32_t size, const char *name) {
+    if (size == 0)
+      return std::errc::invalid_argument;
     if (KEL_SMemIsReg(size) != 0)
       return std::errc::file_exists;
     if (KEL_SMalloc_Register(size, name) != 0)

@@ -33,8 +33,8 @@ class thread_pool : public owner<KEL_THREADPOOL, &KEL_ThreadPool_Delete> {
   thread_pool &operator=(thread_pool &&other) noexcept {
     if (this != &other) {
       collect_all();
-      owner::operator=(std::move(other));
       workers_ = other.workers_;
+      owner::operator=(std::move(other));
     }
     return *this;
   }

@@ -50,6 +50,13 @@ TEST(CppThread, JoiningAnEmptyOwnerFails) {
   EXPECT_FALSE(none.join());
 }
 
+TEST(CppThread, OneThatExitsLeavesNothingBehind) {
+  const auto shared = std::make_shared<int>(0);
+  auto t = kel::thread::start({}, [shared] { KEL_ThreadExit(3); }).value_or_throw();
+  EXPECT_EQ(*t.join(), reinterpret_cast<void *>(3));
+  EXPECT_EQ(shared.use_count(), 1);
+}
+
 TEST(CppThread, ADetachedOneRunsOn) {
   // Nobody knows when the thread is done with it.
   static kel::event ended = kel::event::create().value_or_throw();
