@@ -72,6 +72,21 @@ TEST(CppLockedList, GivesEachItemOnce) {
   EXPECT_TRUE(list.empty());
 }
 
+TEST(CppLockedList, TakingWaitsForTheLock) {
+  auto list = kel::locked_list<item *>::create().value_or_throw();
+  item only = {1};
+  ASSERT_TRUE(list.push_back(&only));
+  std::atomic<bool> took{false};
+  std::thread taker;
+  list.for_each([&](item &) {
+    taker = std::thread([&] { took = list.pop_front() == &only; });
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_FALSE(took);
+  });
+  taker.join();
+  EXPECT_TRUE(took);
+}
+
 TEST(CppLockedList, VisitsAndRemovesUnderItsLock) {
   auto list = kel::locked_list<item *>::create().value_or_throw();
   item items[5] = {{0}, {1}, {2}, {3}, {4}};

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstring>
 #include <list>
 #include <map>
@@ -253,6 +255,23 @@ TEST(CppMediaPool, ALateReaderStartsWithTheNextFrameAndAnEarlyEndFreesItsFrames)
   late.detach();
   for (uint8_t i = 0; i < 20; ++i)
     ASSERT_TRUE(write(pool, i));
+}
+
+TEST(CppMediaPool, AReaderDoesNotLeaveWhileAFrameIsCommitted) {
+  auto pool = kel::media_pool::create({4096, 64, 4}).value_or_throw();
+  auto reader = pool.attach().value_or_throw();
+  std::atomic<bool> left{false};
+  std::thread leaving;
+  {
+    const kel::detail::media_guard committing(pool.native_handle());
+    leaving = std::thread([&] {
+      reader.detach();
+      left = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_FALSE(left);
+  }
+  leaving.join();
 }
 
 TEST(CppMediaPool, ReadersComeAndGoWhileTheWriterWrites) {

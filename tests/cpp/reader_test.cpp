@@ -78,6 +78,8 @@ TEST(CppBitReader, KnowsWhereTheDataEnds) {
   EXPECT_FALSE(b.try_get(5));
   EXPECT_EQ(*b.try_get(4), 5u);
   b.back_to_mark();
+  EXPECT_EQ(*b.try_get(28), 0x3ff000fu);
+  b.back_to_mark();
   EXPECT_EQ(b.align(), 4u);
   EXPECT_EQ(b.position(), 8u);
   EXPECT_FALSE(kel::bit_reader::open(kel::bytes(padded).first(2)));

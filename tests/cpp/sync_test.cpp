@@ -52,6 +52,12 @@ TEST(CppError, ATimeOutIsOneHoweverTheCallsSayIt) {
   EXPECT_FALSE(kel::status(-1).timed_out());
 }
 
+TEST(CppError, AFailureWithoutAReasonIsNoErrno) {
+  const std::error_code error = kel::status(-1).error();
+  EXPECT_FALSE(error == std::errc::operation_not_permitted);
+  EXPECT_EQ(error.message(), KEL_GetErrorStr(KEL_ERR_FAIL));
+}
+
 TEST(CppError, CodesKeepTheirTexts) {
   EXPECT_EQ(make_error_code(kel::errc::out_of_memory).message(),
             KEL_GetErrorStr(KEL_ERR_OUT_OF_MEMORY));
@@ -103,6 +109,25 @@ TEST(CppOwner, MovesWithoutReleasingTwice) {
   KEL_MUTEX *given_up = second.release();
   EXPECT_FALSE(second);
   EXPECT_EQ(KEL_MutexDestroy(given_up), 0u);
+}
+
+int released = 0;
+void count_release(int *) {
+  ++released;
+}
+
+TEST(CppOwner, ReleasesWhatItIsMovedOver) {
+  released = 0;
+  int handles[3] = {};
+  {
+    kel::owner<int, &count_release> first(&handles[0]);
+    first = kel::owner<int, &count_release>(&handles[1]);
+    EXPECT_EQ(released, 1);
+    first.reset(&handles[2]);
+    EXPECT_EQ(released, 2);
+    const kel::owner<int, &count_release> empty;
+  }
+  EXPECT_EQ(released, 3);
 }
 
 TEST(CppMutex, FitsTheStandardsGuards) {
