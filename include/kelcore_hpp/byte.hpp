@@ -138,7 +138,7 @@ class byte_reader : public owner<KEL_BYTE, &KELByte_Close> {
  private:
   template <class T, class Call>
   result<T> checked(Call call) const {
-    if (remaining() < sizeof(T))
+    if (__builtin_expect(remaining() < sizeof(T), 0))
       return errc::end_of_data;
     uint32_t end = 0;
     return static_cast<T>(call(native_handle(), &end));

@@ -1,9 +1,11 @@
 // That the wrapper costs nothing: each pair of codegen/pairs.cpp compiles to the same
 // instructions. The build leaves the compiler's assembly text in the files that
-// KELCORE_CPP_LISTINGS names, one with exceptions and one without.
+// KELCORE_CPP_LISTINGS names: with exceptions and without, for this machine and, where
+// the cross compiler is at hand, for the device.
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <fstream>
 #include <map>
@@ -16,38 +18,49 @@ namespace {
 // By function: its lines, local labels being numbered as they come.
 using Listing = std::map<std::string, std::string>;
 
-bool is_local_label(const std::string &text, size_t at) {
-  return text.compare(at, 2, ".L") == 0 && at + 2 < text.size() &&
-         std::isdigit(static_cast<unsigned char>(text[at + 2])) != 0;
+bool in_label(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
 }
 
-class Normaliser {
- public:
-  std::string line(const std::string &text) {
-    std::string out;
-    for (size_t at = 0; at < text.size();) {
-      if (!is_local_label(text, at)) {
-        out += text[at++];
-        continue;
-      }
-      size_t end = at + 2;
-      while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) != 0)
-        ++end;
-      const std::string label = text.substr(at, end - at);
-      const size_t number = numbers_.emplace(label, numbers_.size()).first->second;
-      out += ".L" + std::to_string(number);
-      at = end;
-    }
-    return out;
-  }
+// The end of the local label that begins at `at`; `at` itself when none does.
+size_t label_end(const std::string &text, size_t at) {
+  if (text.compare(at, 2, ".L") != 0)
+    return at;
+  at += 2;
+  while (at < text.size() && in_label(text[at]))
+    ++at;
+  return at;
+}
 
- private:
-  std::map<std::string, size_t> numbers_;
-};
+std::string renamed_labels(const std::string &text, std::map<std::string, size_t> &numbers) {
+  std::string out;
+  for (size_t at = 0; at < text.size();) {
+    const size_t end = label_end(text, at);
+    if (end == at) {
+      out += text[at++];
+      continue;
+    }
+    const size_t number =
+        numbers.emplace(text.substr(at, end - at), numbers.size()).first->second;
+    out += ".L" + std::to_string(number);
+    at = end;
+  }
+  return out;
+}
+
+// What some compilers say beside the instructions.
+std::string without_comment(const std::string &line) {
+  size_t end = std::min(line.find("# "), line.find("//"));
+  if (end == std::string::npos)
+    return line;
+  while (end > 0 && std::isspace(static_cast<unsigned char>(line[end - 1])) != 0)
+    --end;
+  return line.substr(0, end);
+}
 
 bool mentions(const std::string &code, const std::string &label) {
   for (size_t at = code.find(label); at != std::string::npos; at = code.find(label, at + 1))
-    if (std::isdigit(static_cast<unsigned char>(code[at + label.size()])) == 0)
+    if (!in_label(code[at + label.size()]))
       return true;
   return false;
 }
@@ -55,21 +68,21 @@ bool mentions(const std::string &code, const std::string &label) {
 // Instructions, and the labels that jumps go to. Directives, and labels that only
 // directives use, say nothing about what runs.
 std::string instructions(const std::vector<std::string> &lines) {
+  std::vector<std::string> kept;
   std::string used;
-  for (const std::string &line : lines)
-    if (line[0] == '\t' && line.compare(0, 2, "\t.") != 0)
-      used += line + "\n";
-  Normaliser normalise;
-  std::string out;
-  for (const std::string &line : lines) {
-    if (line.compare(0, 2, "\t.") == 0)
+  for (const std::string &raw : lines) {
+    const std::string line = without_comment(raw);
+    if (line.empty() || line.compare(0, 2, "\t.") == 0)
       continue;
-    if (line[0] == '.') {
-      if (!mentions(used, line.substr(0, line.find(':'))))
-        continue;
-    }
-    out += normalise.line(line) + "\n";
+    kept.push_back(line);
+    if (line[0] == '\t')
+      used += line + "\n";
   }
+  std::map<std::string, size_t> numbers;
+  std::string out;
+  for (const std::string &line : kept)
+    if (line[0] != '.' || mentions(used, line.substr(0, line.find(':'))))
+      out += renamed_labels(line, numbers) + "\n";
   return out;
 }
 

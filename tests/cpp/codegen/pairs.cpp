@@ -123,9 +123,11 @@ int cpp_queue_pop_number(kel::queue<item *> &q) {
 }
 
 void c_queue_pop_entry(KEL_QUEUE **q, item **data, int32_t *number) {
-  int32_t taken = 0;
-  *data = static_cast<item *>(KEL_QueuePop(*q, &taken, KEL_WAIT_FOREVER));
-  *number = taken;
+  int32_t param = 0;
+  item *taken = static_cast<item *>(KEL_QueuePop(*q, &param, KEL_WAIT_FOREVER));
+  const int32_t taken_number = param;  // before *data may change it
+  *data = taken;
+  *number = taken_number;
 }
 void cpp_queue_pop_entry(kel::queue<item *> &q, item **data, int32_t *number) {
   const auto taken = q.pop_entry(kel::infinite);
@@ -154,9 +156,10 @@ uint32_t cpp_byte_get_be32(kel::byte_reader &r, uint32_t &end) {
   return r.get_be_unchecked<uint32_t>(end);
 }
 
-// Checked, as a careful C program does it.
+// Checked, as a careful C program does it, which also says what is rare: otherwise the
+// compiler guesses, and lays the two sides out in different orders.
 uint32_t c_byte_checked(KEL_BYTE **r) {
-  if (KELByte_Remain(*r) < sizeof(uint32_t))
+  if (__builtin_expect(KELByte_Remain(*r) < sizeof(uint32_t), 0))
     return 0;
   uint32_t end = 0;
   return KELByte_Get_le_uint32(*r, &end);
