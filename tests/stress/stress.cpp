@@ -58,7 +58,8 @@ extern "C" void Interrupt(int number) {
 void CatchInterrupts() {
   struct sigaction action = {};
   action.sa_handler = Interrupt;
-  action.sa_flags = SA_RESTART;
+  // A second one ends the program at once, should it hang.
+  action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
   for (const int number : {SIGINT, SIGTERM, SIGHUP})
     sigaction(number, &action, nullptr);
 }
