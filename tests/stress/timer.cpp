@@ -13,12 +13,11 @@
 namespace {
 
 // ThreadSanitizer delays signals, keeps one of each number and drops the rest: what
-// happens once may never be told. It also ends a program that releases memory in a
-// signal handler, as a timer does that is destroyed by its own callback.
+// happens once may never be told.
 #ifdef __SANITIZE_THREAD__
-constexpr bool kEverySignalComes = false, kCallbacksMayRelease = false;
+constexpr bool kEverySignalComes = false;
 #else
-constexpr bool kEverySignalComes = true, kCallbacksMayRelease = true;
+constexpr bool kEverySignalComes = true;
 #endif
 
 // What a callback sees. It outlives its timer, to tell when one comes too late.
@@ -67,7 +66,7 @@ class Life {
         Once();
         break;
       case 1:
-        kCallbacksMayRelease ? EndsItself() : Once();
+        EndsItself();
         break;
       default:
         Periodic();
