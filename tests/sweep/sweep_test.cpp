@@ -95,8 +95,8 @@ INSTANTIATE_TEST_SUITE_P(All, Sweep, testing::Range(size_t{0}, Operations().size
                          [](const auto &index) { return Operations()[index.param].name; });
 
 TEST_P(Sweep, SurvivesEveryFailure) {
-  const auto calls = CallsOfOneRun();
   __lsan_disable();  // leaks are looked for by the announcements
+  const auto calls = CallsOfOneRun();
   for (const FailingCall &call : FailingCalls()) {
     const auto made = calls.find(call.name);
     if (made == calls.end() || std::find(operation.spared.begin(), operation.spared.end(),
