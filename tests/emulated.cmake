@@ -9,10 +9,14 @@ function(kelcore_program result target)
     return()
   endif()
   set(_script "${PROJECT_BINARY_DIR}/emulated/${target}")
-  list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " _emulator)
-  file(GENERATE OUTPUT "${_script}"
-    CONTENT "#!/bin/sh\nexec ${_emulator} \"$<TARGET_FILE:${target}>\" \"$@\"\n"
-    FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+  get_property(_made GLOBAL PROPERTY KELCORE_EMULATED_${target})
+  if(NOT _made)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " _emulator)
+    file(GENERATE OUTPUT "${_script}"
+      CONTENT "#!/bin/sh\nexec ${_emulator} \"$<TARGET_FILE:${target}>\" \"$@\"\n"
+      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    set_property(GLOBAL PROPERTY KELCORE_EMULATED_${target} ON)
+  endif()
   set(${result} "${_script}" PARENT_SCOPE)
 endfunction()
 
