@@ -79,7 +79,6 @@ void Release(Run &run) {
 }
 
 void Reset(Run &run) {
-  // What is taken from both ends and then dropped is walked from the head.
   FUZZ_EQUAL(KEL_QueueReset(run.queue), 0);
   run.model.clear();
   run.took_head = run.took_tail = false;
