@@ -181,9 +181,8 @@ class Run {
     FUZZ_CHECK(Same(desc, frame.desc));
     if (!orderly_)
       return;
-    const auto *data = static_cast<const uint8_t *>(desc.data);
-    FUZZ_CHECK(std::all_of(data, data + desc.size,
-                           [&](uint8_t byte) { return byte == Fill(desc.second); }));
+    FUZZ_CHECK(
+        fuzz::Filled(static_cast<const uint8_t *>(desc.data), desc.size, Fill(desc.second)));
   }
 
   void Delete(Handle &handle) {

@@ -15,7 +15,7 @@ namespace {
 constexpr uint32_t kReach = 11;  // slots that an insertion tries
 constexpr uint32_t kSought = 10;
 // Twelve equal keys double the table over and over; that is where we stop.
-constexpr uint32_t kMostSlots = 1u << 12;
+constexpr uint32_t kMostSlots = 1u << 9;
 
 // Copies of keys that are not released: growing leaves them behind.
 std::set<void *> copies;

@@ -203,8 +203,7 @@ class Run {
       return;
     FUZZ_EQUAL(KEL_VGetFree(heap_), free_);
     for (const auto &[data, block] : blocks_) {
-      FUZZ_CHECK(std::all_of(data, data + block.size,
-                             [fill = block.fill](uint8_t byte) { return byte == fill; }));
+      FUZZ_CHECK(fuzz::Filled(data, block.size, block.fill));
       if (ring_closed_)
         CheckHeader(data - kHeaderBytes, block.size);
     }
