@@ -13,7 +13,9 @@ struct Run {
   FuzzedDataProvider &input;
   KEL_RING *ring;
   uint32_t capacity;
+  const uint8_t *area;
   std::deque<uint8_t> model;
+  uint32_t offset = 0;  // of the first unread byte
 
   uint32_t Held() const { return static_cast<uint32_t>(model.size()); }
 };
@@ -31,6 +33,9 @@ void Write(Run &run) {
 void Read(Run &run) {
   const auto count = run.input.ConsumeIntegralInRange<uint32_t>(0, run.Held());
   run.model.erase(run.model.begin(), run.model.begin() + count);
+  run.offset += count;
+  if (run.offset >= run.capacity)
+    run.offset = 0;
   FUZZ_EQUAL(KELRing_DelRBuf(run.ring, count), run.Held());
 }
 
@@ -43,6 +48,7 @@ void CheckHeld(Run &run) {
   uint32_t held = UINT32_MAX;
   const uint8_t *from = KELRing_GetRBuf(run.ring, &held);
   FUZZ_EQUAL(held, run.Held());
+  FUZZ_EQUAL(from - run.area, run.offset);
   FUZZ_CHECK(std::equal(from, from + held, run.model.begin()));
 }
 
@@ -61,8 +67,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   FuzzedDataProvider input(data, size);
   const bool spoil = input.ConsumeBool();
   const auto capacity = input.ConsumeIntegralInRange<uint32_t>(0, 70);
-  Run run{input, KELRing_Create(capacity), capacity, {}};
-  FUZZ_CHECK(run.ring != nullptr);
+  KEL_RING *ring = KELRing_Create(capacity);
+  FUZZ_CHECK(ring != nullptr);
+  uint32_t held = 0;
+  Run run{input, ring, capacity, KELRing_GetRBuf(ring, &held), {}};
   while (input.remaining_bytes() > (spoil ? 20 : 0)) {
     input.PickValueInArray(kOperations)(run);
     CheckHeld(run);
