@@ -34,9 +34,13 @@ export ASAN_OPTIONS=quarantine_size_mb=8:malloc_context_size=8
 
 found=0
 for name in "$@"; do
+  [ -f "tests/fuzz/${name}_fuzz.cpp" ] || {
+    echo "fuzz: there is no target $name" >&2
+    exit 2
+  }
   # Many short runs tell more about operations; streams need their length.
   case $name in
-    adts | h264 | ts) options=-max_len=8192 ;;
+    adts | h264 | ts) options=-max_len=4096 ;;
     *) options="-max_len=600 -entropic=0" ;;
   esac
   mkdir -p "$build/corpus/$name"
