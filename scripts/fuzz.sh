@@ -24,7 +24,11 @@ cmake --preset fuzz
 cmake --build --preset fuzz -j "$(nproc)"
 
 build=build/fuzz
-[ $# -gt 0 ] || set -- $(cd tests/fuzz && ls ./*_fuzz.cpp | sed 's,^\./,,; s,_fuzz\.cpp$,,')
+if [ $# -eq 0 ]; then
+  for source in tests/fuzz/*_fuzz.cpp; do
+    set -- "$@" "$(basename "$source" _fuzz.cpp)"
+  done
+fi
 mkdir -p "$build/findings" "$build/logs"
 export UBSAN_OPTIONS=print_stacktrace=1
 # Small blocks come and go all the time; keeping many of them costs speed.
@@ -48,6 +52,7 @@ for name in "$@"; do
   [ -d "$kept" ] || kept=
   log="$build/logs/$name"
   # Unquoted on purpose: several options, perhaps no kept inputs.
+  # shellcheck disable=SC2086
   if "$build/tests/fuzz/${name}_fuzz" $options -max_total_time="$seconds" \
     -timeout=20 -rss_limit_mb=4096 -print_final_stats=1 \
     -artifact_prefix="$build/findings/$name-" \

@@ -1,4 +1,5 @@
-// The queue, bounded and unbounded, without sleeping, against a deque.
+// The queue, bounded and unbounded, against a deque. Pops wait without limit
+// where they must not sleep: one that does ends the run by its time limit.
 
 #include <kelcore_queue.h>
 
@@ -17,6 +18,7 @@ struct Run {
   uint32_t limit;  // 0: unbounded
   std::deque<std::pair<void *, int32_t>> model;
   bool released = false;
+  uint32_t wake_ups = 0;  // of releases without a sleeper; there may be more
   // On an unbounded queue taking from both ends is allowed, its order is not
   // promised.
   bool took_head = false;
@@ -41,8 +43,13 @@ void Pop(Run &run, bool newest) {
   (newest ? run.took_tail : run.took_head) = true;
   int32_t number = kUntouched;
   int32_t *to = run.input.ConsumeBool() ? &number : nullptr;
+  uint32_t timeout = 0;
+  if (run.input.ConsumeBool() && (!run.model.empty() || run.wake_ups > 0))
+    timeout = KEL_WAIT_FOREVER;
   const void *data =
-      newest ? KEL_QueuePopTail(run.queue, to, 0) : KEL_QueuePop(run.queue, to, 0);
+      newest ? KEL_QueuePopTail(run.queue, to, timeout) : KEL_QueuePop(run.queue, to, timeout);
+  if (run.model.empty() && timeout != 0)
+    --run.wake_ups;
   // A release without a sleeper costs an unbounded queue's next pop.
   const bool nothing =
       run.model.empty() || (run.limit == 0 && std::exchange(run.released, false));
@@ -76,6 +83,7 @@ void Peek(Run &run) {
 void Release(Run &run) {
   FUZZ_EQUAL(KEL_QueuePopRelease(run.queue), 0);
   run.released = true;
+  ++run.wake_ups;
 }
 
 void Reset(Run &run) {
