@@ -19,6 +19,7 @@ constexpr uint32_t kMostSlots = 1u << 9;
 
 // Copies of keys that are not released: growing leaves them behind.
 std::set<void *> copies;
+bool following = false;  // others copy texts between runs
 // The handle, then tables; destruction does not announce that it releases them.
 // A growth that fails half-way abandons the old table.
 std::vector<void *> blocks;
@@ -203,6 +204,7 @@ class Run {
 };
 
 void ReleaseWhatIsLeft() {
+  following = false;
   for (void *copy : copies)
     free(copy);
   copies.clear();
@@ -219,7 +221,8 @@ extern "C" {
 char *__real_strdup(const char *text);
 char *__wrap_strdup(const char *text) {
   char *copy = __real_strdup(text);
-  copies.insert(copy);
+  if (following)
+    copies.insert(copy);
   return copy;
 }
 }
@@ -234,6 +237,7 @@ void KEL_MemTblRemove(void *block, uint32_t) {
 }
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  following = true;
   FuzzedDataProvider input(data, size);
   const uint32_t slots = input.ConsumeIntegralInRange<uint32_t>(0, 48);
   Run run(input, slots, input.ConsumeBool());
