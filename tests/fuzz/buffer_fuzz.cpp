@@ -41,6 +41,7 @@ class Run {
     param_.index = input.ConsumeIntegralInRange<uint32_t>(0, 20);
     param_.media = input.ConsumeIntegralInRange<uint32_t>(0, 4);
     frames_.resize(param_.number);
+    ChooseArea(input.ConsumeIntegralInRange<int>(0, 2));
     handles_.push_back({KELBuf_Create(&param_, nullptr), 0, 0});
     FUZZ_CHECK(handles_[0].buf != nullptr);
   }
@@ -73,6 +74,16 @@ class Run {
   }
 
  private:
+  // The pool's own, the caller's, or one from outside; all end with the pool.
+  void ChooseArea(int kind) {
+    if (kind == 1)
+      param_.area = malloc(param_.bufsize);
+    if (kind == 2) {
+      param_.alloc = [](uint32_t size) { return malloc(size); };
+      param_.free = free;
+    }
+  }
+
   uint32_t After(uint32_t index) const { return (index + 1) % param_.number; }
   uint32_t Before(uint32_t index) const { return (index + param_.number - 1) % param_.number; }
   uint32_t RoundedUp(uint32_t size) const {

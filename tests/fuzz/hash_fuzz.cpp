@@ -158,9 +158,9 @@ class Run {
     FUZZ_CHECK(copies.size() >= model_.keys());
   }
 
-  void Finish() {
+  void Finish(bool with_keys) {
     FUZZ_EQUAL(blocks.size(), 2 + model_.abandoned());
-    if (input_.ConsumeBool()) {
+    if (!with_keys) {
       KEL_Hashmap_Destroy(table_);
       FUZZ_CHECK(copies.size() >= model_.keys());
       return;
@@ -240,10 +240,11 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   following = true;
   FuzzedDataProvider input(data, size);
   const uint32_t slots = input.ConsumeIntegralInRange<uint32_t>(0, 48);
+  const bool with_keys = input.ConsumeBool();
   Run run(input, slots, input.ConsumeBool());
   for (int steps = 0; steps < 300 && input.remaining_bytes() > 0; ++steps)
     run.Step();
-  run.Finish();
+  run.Finish(with_keys);
   ReleaseWhatIsLeft();
   return 0;
 }
