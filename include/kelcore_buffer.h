@@ -24,7 +24,8 @@
  *  - A reader that is `number` frames behind reads as one that has read all:
  *    equal read and write positions mean "nothing to read".
  *  - KELBuf_GetWBuf always offers minsize bytes, and never a tail of exactly
- *    minsize at the end of the area.
+ *    minsize at the end of the area. A minsize above bufsize is not refused: more
+ *    is offered then than the area has.
  *  - Where the write point meets the read point, the whole area counts as free:
  *    frames of exactly minsize (rounded to the alignment) can bring that about
  *    with frames still unread, which later ones then overwrite. Commit less than
@@ -116,7 +117,9 @@ KEL_API int32_t KELBuf_GetRBuf(KEL_BUF *buf, KEL_BUF_DESC *out);
  * -22, -25. */
 KEL_API int32_t KELBuf_DelRBuf(KEL_BUF *buf, const KEL_BUF_DESC *desc);
 
-/* Makes the frame at `data` this handle's next one. Returns 0, -22, -1. */
+/* Makes the frame at `data` this handle's next one. Also finds frames that were
+ * deleted, and with null places never used: do not delete those, their count of
+ * readers wraps. Returns 0, -22, -1. */
 KEL_API int32_t KELBuf_FindRBuf(KEL_BUF *buf, const void *data, KEL_BUF_DESC *out);
 
 /* Fills the record. Returns 0; -22 for null. */

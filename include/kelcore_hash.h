@@ -59,7 +59,8 @@ KEL_API void KEL_Hashmap_DestroyFull(KEL_HASHMAP *table, void (*release)(uint64_
 /* Inserts a value under a copy of `key` (may be null; such an entry is never
  * found, nor is one whose key could not be copied). Returns the slot, or -1 when
  * the table is full and may not or cannot grow, or when all eleven slots of the
- * key are taken also after one growth. A growth whose own reinsertion fails loses
+ * key are taken also after one growth: the table then stays doubled, and doubles
+ * again each time that is tried. A growth whose own reinsertion fails loses
  * the entries that did not come to it yet. */
 KEL_API int32_t KEL_Hashmap_Hash(KEL_HASHMAP *table, const char *key, uint64_t value);
 

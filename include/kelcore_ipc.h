@@ -20,14 +20,17 @@
  * Surprises worth knowing:
  *  - Time-outs of the first family above 4294 ms wrap around, those of sending and
  *    of receiving; so KEL_WAIT_FOREVER is no endless wait there.
+ *  - A sender takes its turn at a semaphore of the system. One that is killed in
+ *    mid-send never gives it back: after as many deaths as the semaphore has
+ *    units every send waits for ever. Remove the names to begin anew.
  *  - A custom message's priority is its length: longer ones are received
  *    first, and from 32,768 bytes on the kernel refuses them.
  *  - KEL_IPCClose does not free the handle's message buffer, and removes the
  *    semaphore's name from the system.
  *
  * Threads: any thread may make every call but closing a handle that others use.
- * Blocking: sending waits for room and receiving for a message, for at most the
- * time-out; opening never.
+ * Blocking: sending waits for a turn, without limit, and then for room, receiving
+ * for a message, both for at most the time-out; opening never.
  * Null: a null handle is refused or ignored as told; names must not be null. */
 #ifndef KELCORE_IPC_H
 #define KELCORE_IPC_H

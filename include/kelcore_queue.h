@@ -16,9 +16,9 @@
  *    other waits its time out.
  *  - A null pointer is a legal push, but pops cannot tell it from "nothing".
  *  - KEL_QueuePopRelease without a sleeper leaves a pending event (and, in an
- *    unbounded queue, the release flag): a later blocking pop may return at
- *    once with nothing. A signal that interrupts an endless wait looks like a
- *    time-out, too.
+ *    unbounded queue, the release flag), and so does a push that meets a pop whose
+ *    time is just up: a later blocking pop may return at once with nothing. A
+ *    signal that interrupts an endless wait looks like a time-out, too.
  *  - KEL_QueuePeek of an empty queue keeps the queue locked for good.
  *
  * Threads: any number push, one at a time pops; nobody may use a queue that is

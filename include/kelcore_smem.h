@@ -61,7 +61,9 @@ KEL_API int32_t KEL_SMalloc_UnLock(void);
  * ten sizes are registered, memory is short, or the size rounds to 0. */
 KEL_API int32_t KEL_SMalloc_Register(uint32_t size, const char *name);
 
-/* Releases everything that the size owns; blocks still held become invalid.
+/* Releases everything that the size owns; blocks still held become invalid. No
+ * other thread may be using the size. One whose registration failed can be
+ * unregistered, too, but lowers the count of registered sizes all the same.
  * Returns 0; -1 for a size that is not registered. */
 KEL_API int32_t KEL_SMalloc_UnRegister(uint32_t size);
 

@@ -53,7 +53,8 @@ typedef struct KEL_VMEM KEL_VMEM;
 
 /* A heap over `size` bytes at `region`, which is zeroed; with a null region the
  * memory is allocated. Null when memory is short, or for a size of 0 without a
- * region. */
+ * region. A region that has no room for a header (56 bytes) is taken, yields no
+ * block, and its free count wraps to a huge number. */
 KEL_API KEL_NODISCARD KEL_VMEM *KEL_VMemCreate(void *region, uint32_t size);
 
 /* Makes the whole region one free block again; takes no lock. */
@@ -66,7 +67,7 @@ KEL_API void KEL_VMemDestroy(KEL_VMEM *heap);
 KEL_API KEL_NODISCARD void *KEL_VMalloc(KEL_VMEM *heap, uint32_t size);
 
 /* Frees a block and merges it with free neighbours. Returns 0; -1 for a broken
- * header or a null heap. */
+ * header or a null heap. Freeing twice is not noticed: it counts twice. */
 KEL_API int32_t KEL_VFree(KEL_VMEM *heap, void *data);
 
 /* Makes room for `size` bytes, in place or elsewhere (the old contents are

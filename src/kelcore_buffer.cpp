@@ -7,6 +7,8 @@
 #include <stddef.h>
 #include <string.h>
 
+#include <algorithm>
+
 #include "internal/alloc.h"
 #include "internal/errno_guard.h"
 #include "internal/lock.h"
@@ -222,9 +224,12 @@ void note_usage(const KEL_BUF *buf, int64_t remain) {
   uint32_t percent = 0;
   if (buf->bufsize != 0) {
     const int64_t used = int64_t{buf->bufsize} + buf->minsize - remain;
-    // By way of 64 bits: frames committed at odd places make it negative.
-    percent = static_cast<uint32_t>(static_cast<int64_t>(
-        static_cast<float>(used) / static_cast<float>(buf->bufsize) * 100.0F));
+    // By way of 64 bits, and not beyond: frames committed at odd places make it
+    // negative, or huge.
+    constexpr float kMost = 9.0e18F;
+    const float exact = static_cast<float>(used) / static_cast<float>(buf->bufsize) * 100.0F;
+    percent =
+        static_cast<uint32_t>(static_cast<int64_t>(std::min(std::max(exact, -kMost), kMost)));
   }
   if (buf->media == 1 && buf->index < kIndexedMedia)
     store_relaxed(usage_table.media1[buf->index], percent);

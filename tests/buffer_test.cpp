@@ -461,6 +461,24 @@ TEST(BufferUsage, OfAnAreaOfNothingIsNothing) {
   KELBuf_Destroy(buf);
 }
 
+// A frame can be committed anywhere, so the figure can be anything, but defined.
+TEST(BufferUsage, OfFramesFarApartIsDefined) {
+  KEL_BUF_PARAM param = Param(10, 1, 8);
+  KEL_BUF *buf = KELBuf_Create(&param, nullptr);
+  for (const bool up : {true, false}) {
+    KEL_BUF_DESC desc = {};
+    desc.size = desc.room = 1;
+    desc.data = reinterpret_cast<void *>(up ? 0x10 : 0x6ffffff000000000);
+    EXPECT_EQ(KELBuf_FillWBuf(buf, &desc), 0);
+    desc.data = reinterpret_cast<void *>(up ? 0x6ffffff000000000 : 0x10);
+    EXPECT_EQ(KELBuf_FillWBuf(buf, &desc), 0);
+    KELBuf_GetWBuf(buf, &desc);
+    EXPECT_EQ(KELBuf_DelRBuf(buf, nullptr), 0);
+    EXPECT_EQ(KELBuf_DelRBuf(buf, nullptr), 0);
+  }
+  KELBuf_Destroy(buf);
+}
+
 // ---- Reading ----
 
 TEST_F(Buffer, DeliversWhatWasCommitted) {

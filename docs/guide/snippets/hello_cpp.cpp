@@ -1,17 +1,11 @@
-#include <kelcore.h>
-
+#include <chrono>
 #include <cstdio>
-#include <memory>
-
-// The C interface, with an owner that releases.
-struct DestroyQueue {
-  void operator()(KEL_QUEUE *queue) const { KEL_QueueDestroy(queue); }
-};
-using Queue = std::unique_ptr<KEL_QUEUE, DestroyQueue>;
+#include <kelcore.hpp>
 
 int main() {
-  Queue greetings(KEL_QueueCreate("greetings", 8));
-  char text[] = "hello from C++";
-  KEL_QueuePush(greetings.get(), text, 1);
-  std::printf("%s\n", static_cast<const char *>(KEL_QueuePop(greetings.get(), nullptr, 0)));
+  auto greetings = kel::queue<const char *>::create("greetings", 8).value_or_throw();
+  auto producer =
+      kel::thread::start({"producer"}, [&] { greetings.push("hello from C++", 1).or_throw(); });
+  if (auto greeting = greetings.pop_for(std::chrono::seconds(1)))
+    std::printf("%s %d\n", greeting.data, greeting.number);
 }

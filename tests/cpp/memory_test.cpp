@@ -1,0 +1,304 @@
+// Pool allocator, region heap and media pool.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <list>
+#include <map>
+#include <memory_resource>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kelcore.hpp"
+
+namespace {
+
+TEST(CppSizeClass, OwnsItsSize) {
+  const auto pools = kel::pool_allocator::start().value_or_throw();
+  {
+    auto packets = kel::size_class::create(64, "packet").value_or_throw();
+    EXPECT_EQ(KEL_SMemIsReg(64), 1);
+    EXPECT_TRUE(kel::size_class::create(0, "none").error() == std::errc::invalid_argument);
+    EXPECT_TRUE(kel::size_class::create(62, "again").error() == std::errc::file_exists);
+    auto *block = static_cast<char *>(packets.allocate());
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(block[63], 0);
+    packets.deallocate(block);
+    const kel::size_class moved = std::move(packets);
+    EXPECT_FALSE(packets);
+    EXPECT_EQ(moved.size(), 64u);
+  }
+  EXPECT_EQ(KEL_SMemIsReg(64), 0);
+}
+
+// Counts what comes by.
+class counting_resource final : public std::pmr::memory_resource {
+ public:
+  int allocations = 0;
+  int held = 0;
+
+ private:
+  void *do_allocate(size_t size, size_t align) override {
+    ++allocations;
+    ++held;
+    return std::pmr::new_delete_resource()->allocate(size, align);
+  }
+  void do_deallocate(void *block, size_t size, size_t align) override {
+    --held;
+    std::pmr::new_delete_resource()->deallocate(block, size, align);
+  }
+  bool do_is_equal(const memory_resource &other) const noexcept override {
+    return this == &other;
+  }
+};
+
+uint32_t bytes_in_use() {
+  uint32_t reserved = 0;
+  uint32_t used = 0;
+  uint32_t free_bytes = 0;
+  KEL_SMemStatus(&reserved, &used, &free_bytes);
+  return reserved;
+}
+
+TEST(CppPoolResource, TakesRegisteredSizesFromThePoolAndOthersElsewhere) {
+  const auto pools = kel::pool_allocator::start().value_or_throw();
+  const auto nodes = kel::size_class::create(48, "nodes").value_or_throw();
+  counting_resource others;
+  kel::pool_resource memory(&others);
+  void *registered = memory.allocate(48, 16);
+  EXPECT_EQ(others.allocations, 0);
+  EXPECT_GT(bytes_in_use(), 0u);
+  void *rounded = memory.allocate(46, 2);
+  EXPECT_EQ(others.allocations, 0) << "rounded up it is the class's";
+  void *other = memory.allocate(64, 8);
+  void *strict = memory.allocate(48, 32);
+  EXPECT_EQ(others.allocations, 2);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(registered) % 16, 0u);
+  memory.deallocate(strict, 48, 32);
+  memory.deallocate(other, 64, 8);
+  memory.deallocate(rounded, 46, 2);
+  memory.deallocate(registered, 48, 16);
+  EXPECT_EQ(others.held, 0);
+  EXPECT_EQ(bytes_in_use(), 0u);
+}
+
+TEST(CppPoolResource, CarriesContainers) {
+  const auto pools = kel::pool_allocator::start().value_or_throw();
+  const auto nodes = kel::size_class::create(40, "nodes").value_or_throw();
+  kel::pool_resource memory(std::pmr::null_memory_resource());
+  struct three {
+    uint64_t words[3];
+  };
+  std::pmr::list<three> list(&memory);  // two links and three words: 40 bytes
+  for (uint64_t i = 0; i < 10000; ++i)
+    list.push_back({{i, 0, 0}});
+  EXPECT_EQ(list.back().words[0], 9999u);
+}
+
+TEST(CppRegionHeap, HandsOutWhateverItsSize) {
+  for (const uint32_t size : {192u, 1000u, 5000u, 70000u, 200000u, 3000000u}) {
+    auto heap = kel::region_heap::create(size);
+    ASSERT_TRUE(heap) << size << ": " << heap.error().message();
+    void *block = heap->allocate(16);
+    ASSERT_NE(block, nullptr) << size;
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 8, 0u);
+    EXPECT_TRUE(heap->deallocate(block));
+  }
+  EXPECT_FALSE(kel::region_heap::create(100));
+}
+
+TEST(CppRegionHeap, HandsOutAlsoWhenManyPlacesAreTaken) {
+  std::vector<kel::region_heap> heaps;
+  for (int i = 0; i < 200; ++i) {
+    auto heap = kel::region_heap::create(static_cast<uint32_t>(200 + 97 * i));
+    ASSERT_TRUE(heap) << i;
+    ASSERT_NE(heap->allocate(8), nullptr) << i;
+    if (i % 3 != 0)
+      heaps.push_back(std::move(*heap));
+    if (i % 7 == 0 && !heaps.empty())
+      heaps.erase(heaps.begin());
+  }
+}
+
+TEST(CppRegionHeap, HandsOutAlsoWhenBlocksOfOtherThreadsAreAtHand) {
+  // Blocks from a thread's own arena, high above, freed here: malloc gives them next.
+  std::vector<void *> theirs(20);
+  std::thread([&theirs] {
+    for (void *&block : theirs)
+      block = std::malloc(40);
+  }).join();
+  for (void *block : theirs)
+    std::free(block);
+  auto heap = kel::region_heap::create(192);
+  EXPECT_TRUE(heap && heap->allocate(8) != nullptr);
+}
+
+TEST(CppRegionHeap, SmallOnesWorkOnOtherThreads) {
+  std::thread([] {
+    for (const uint32_t size : {192u, 5000u, 70000u}) {
+      auto heap = kel::region_heap::create(size);
+      EXPECT_TRUE(heap && heap->allocate(8) != nullptr) << size;
+    }
+  }).join();
+}
+
+TEST(CppRegionHeap, ReallocationKeepsContents) {
+  auto heap = kel::region_heap::create(10000).value_or_throw();
+  void *block = heap.allocate(16);
+  void *fence = heap.allocate(16);
+  std::memcpy(block, "fifteen letters", 16);
+  void *larger = heap.reallocate(block, 16, 64);
+  ASSERT_NE(larger, nullptr);
+  EXPECT_STREQ(static_cast<char *>(larger), "fifteen letters");
+  EXPECT_EQ(heap.reallocate(larger, 64, 1u << 20), nullptr);
+  EXPECT_STREQ(static_cast<char *>(larger), "fifteen letters");
+  EXPECT_TRUE(heap.deallocate(larger));
+  EXPECT_TRUE(heap.deallocate(fence));
+}
+
+TEST(CppRegionResource, CarriesContainersAndAnyAlignment) {
+  auto heap = kel::region_heap::create(1 << 20).value_or_throw();
+  const uint32_t before = heap.free_bytes();
+  {
+    kel::region_resource memory(heap);
+    std::pmr::map<int, std::pmr::string> names(&memory);
+    for (int i = 0; i < 100; ++i)
+      names.emplace(i, "a name that is too long to live inside the string itself");
+    EXPECT_EQ(names.size(), 100u);
+    for (size_t align = 1; align <= 4096; align *= 2) {
+      void *block = memory.allocate(100, align);
+      EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % align, 0u);
+      std::memset(block, 0xff, 100);
+      memory.deallocate(block, 100, align);
+    }
+    EXPECT_LT(heap.free_bytes(), before);
+  }
+  void *all = heap.allocate(900000);
+  EXPECT_NE(all, nullptr) << "everything came back in one piece";
+}
+
+TEST(CppRegionResource, SaysThatItIsFullByThrowing) {
+  auto heap = kel::region_heap::create(4096).value_or_throw();
+  kel::region_resource memory(heap);
+  EXPECT_THROW((void)memory.allocate(10000), std::bad_alloc);
+  EXPECT_THROW((void)memory.allocate(UINT32_MAX, 64), std::bad_alloc);
+  const volatile size_t absurd = SIZE_MAX - 4;  // a constant one the compiler refuses
+  EXPECT_THROW((void)memory.allocate(absurd, 64), std::bad_alloc);
+}
+
+kel::status write(kel::media_pool &pool, uint8_t value, uint32_t size = 10) {
+  auto frame = pool.offer();
+  if (!frame)
+    return frame.outcome();
+  std::memset(frame->writable().data(), value, size);
+  frame->size = size;
+  frame->time_stamp = value;
+  return pool.commit(*frame);
+}
+
+TEST(CppMediaPool, EachReaderGetsEachFrame) {
+  auto pool = kel::media_pool::create({4096, 64, 8}).value_or_throw();
+  auto first = pool.attach().value_or_throw();
+  auto second = pool.attach().value_or_throw();
+  EXPECT_TRUE(first.next().error() == std::errc::resource_unavailable_try_again);
+  EXPECT_TRUE(write(pool, 1));
+  EXPECT_TRUE(write(pool, 2));
+  for (kel::media_reader *reader : {&first, &second}) {
+    for (uint8_t value = 1; value <= 2; ++value) {
+      const auto frame = reader->next();
+      ASSERT_TRUE(frame);
+      EXPECT_EQ(frame->contents()[9], value);
+      EXPECT_EQ(frame->contents().size(), 10u);
+      EXPECT_EQ(frame->time_stamp, value);
+      EXPECT_TRUE(reader->done());
+    }
+    EXPECT_FALSE(reader->next());
+  }
+  EXPECT_EQ(pool.held(), 0u);
+}
+
+TEST(CppMediaPool, AReaderThatIsAFullPoolBehindStillReads) {
+  auto pool = kel::media_pool::create({4096, 64, 4}).value_or_throw();
+  auto reader = pool.attach().value_or_throw();
+  for (int round = 0; round < 3; ++round) {
+    for (uint8_t i = 0; i < 4; ++i)
+      ASSERT_TRUE(write(pool, i));
+    EXPECT_TRUE(write(pool, 9).error() == std::errc::no_space_on_device);
+    for (uint8_t i = 0; i < 4; ++i) {
+      const auto frame = reader.next();
+      ASSERT_TRUE(frame);
+      EXPECT_EQ(frame->contents()[0], i);
+      EXPECT_TRUE(reader.done());
+    }
+  }
+}
+
+TEST(CppMediaPool, WithoutReadersItNeverFills) {
+  auto pool = kel::media_pool::create({4096, 64, 2}).value_or_throw();
+  for (uint8_t i = 0; i < 200; ++i)
+    ASSERT_TRUE(write(pool, i));
+}
+
+TEST(CppMediaPool, ALateReaderStartsWithTheNextFrameAndAnEarlyEndFreesItsFrames) {
+  auto pool = kel::media_pool::create({4096, 64, 4}).value_or_throw();
+  auto early = pool.attach().value_or_throw();
+  EXPECT_TRUE(write(pool, 1));
+  auto late = pool.attach().value_or_throw();
+  EXPECT_TRUE(write(pool, 2));
+  EXPECT_EQ(late.next()->contents()[0], 2);
+  EXPECT_EQ(early.next()->contents()[0], 1);
+  early = kel::media_reader();
+  EXPECT_TRUE(late.done());
+  late.detach();
+  for (uint8_t i = 0; i < 20; ++i)
+    ASSERT_TRUE(write(pool, i));
+}
+
+TEST(CppMediaPool, AReaderDoesNotLeaveWhileAFrameIsCommitted) {
+  auto pool = kel::media_pool::create({4096, 64, 4}).value_or_throw();
+  auto reader = pool.attach().value_or_throw();
+  std::atomic<bool> left{false};
+  std::thread leaving;
+  {
+    const kel::detail::media_guard committing(pool.native_handle());
+    leaving = std::thread([&] {
+      reader.detach();
+      left = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_FALSE(left);
+  }
+  leaving.join();
+}
+
+TEST(CppMediaPool, ReadersComeAndGoWhileTheWriterWrites) {
+  auto pool = kel::media_pool::create({1 << 16, 64, 16}).value_or_throw();
+  std::vector<std::thread> readers;
+  constexpr int kRounds = 200;
+  std::atomic<int> running{3};
+  std::vector<kel::media_reader> waiting;
+  for (int i = 0; i < 3 * kRounds; ++i)
+    waiting.push_back(pool.attach().value_or_throw());
+  for (int t = 0; t < 3; ++t)
+    readers.emplace_back([&, t] {
+      for (int i = 0; i < kRounds; ++i) {
+        kel::media_reader mine = std::move(waiting[static_cast<size_t>(t * kRounds + i)]);
+        for (int n = 0; n < i % 4 && mine.next(); ++n)
+          (void)mine.done();
+      }
+      --running;
+    });
+  uint8_t value = 0;
+  while (running > 0)
+    if (!write(pool, value++))
+      std::this_thread::yield();
+  for (std::thread &reader : readers)
+    reader.join();
+  EXPECT_EQ(pool.held(), 0u);
+  EXPECT_TRUE(write(pool, 1));
+}
+
+}  // namespace

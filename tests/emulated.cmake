@@ -1,0 +1,57 @@
+# Tests of a cross-compiled build run under an emulator (see CMakePresets.json,
+# "arm64").
+
+# Where tests find the program of a target that they start themselves: natively
+# the program, else a script that starts the emulator with it.
+function(kelcore_program result target)
+  if(NOT CMAKE_CROSSCOMPILING_EMULATOR)
+    set(${result} "$<TARGET_FILE:${target}>" PARENT_SCOPE)
+    return()
+  endif()
+  set(_script "${PROJECT_BINARY_DIR}/emulated/${target}")
+  get_property(_made GLOBAL PROPERTY KELCORE_EMULATED_${target})
+  if(NOT _made)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " _emulator)
+    file(GENERATE OUTPUT "${_script}"
+      CONTENT "#!/bin/sh\nexec ${_emulator} \"$<TARGET_FILE:${target}>\" \"$@\"\n"
+      FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    set_property(GLOBAL PROPERTY KELCORE_EMULATED_${target} ON)
+  endif()
+  set(${result} "${_script}" PARENT_SCOPE)
+endfunction()
+
+# What the emulator itself cannot do, by test and with the reason.
+set(KELCORE_NOT_EMULATED
+  # Start themselves anew, which needs the system to know the emulator.
+  "*DeathTest*"
+  # The signals of its timers carry the host's number of the timer, which is not
+  # the one that the program got: they are taken for those of a destroyed timer.
+  "Timer.FiresOnceWithoutLoop"
+  "Timer.FiresUntilStoppedWithLoop"
+  "Timer.TheOlderOfTwoFiresAndGoesAsWell"
+  "TimerDestroy.MayComeFromItsOwnCallback"
+  "ProgramStreamsTest.ATerminalShowsTheProgressOfLargeFiles"
+  # It shows a program another start time than the one that others see, so that a
+  # publisher is taken for one that was killed.
+  "PublishTest.*"
+  # Its own memory counts with the program's.
+  "ProgramStreamsTest.MemoryDoesNotGrowWithTheFile"
+  # It has no mq_notify.
+  "IpcTest.TellsWhoIsNotified")
+# Whole programs, for its timers and its start times.
+set(KELCORE_PROGRAMS_NOT_EMULATED example_periodic_timer stress_timer stress_kelstream)
+
+# For every test of a directory, once all are made.
+function(kelcore_spare_the_emulator)
+  if(NOT CMAKE_CROSSCOMPILING_EMULATOR)
+    return()
+  endif()
+  get_property(_tests DIRECTORY PROPERTY TESTS)
+  list(JOIN KELCORE_NOT_EMULATED ":" _filter)
+  foreach(_test IN LISTS _tests)
+    set_property(TEST ${_test} APPEND PROPERTY ENVIRONMENT "GTEST_FILTER=-${_filter}")
+    if(_test IN_LIST KELCORE_PROGRAMS_NOT_EMULATED)
+      set_tests_properties(${_test} PROPERTIES DISABLED ON)
+    endif()
+  endforeach()
+endfunction()

@@ -1,0 +1,350 @@
+// Message queues between processes, some of which are killed in the middle of a call:
+// the queue stays usable, no message is torn or comes twice, and none is lost but the
+// one that a killed receiver has just taken.
+//
+// The queue's name leaves the system as soon as all have opened it: nothing stays
+// behind, whoever is killed.
+
+#include <fcntl.h>
+#include <kelcore_ipc.h>
+#include <kelcore_mem.h>
+#include <mqueue.h>
+#include <semaphore.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "stress.h"
+
+namespace {
+
+constexpr uint32_t kSenders = 3;
+constexpr uint32_t kLives = 16;  // of one sender, in one round
+constexpr uint32_t kPayload = 200;
+constexpr uint32_t kPatienceMs = 50;
+
+// Seen by all processes.
+struct Ledger {
+  std::atomic<bool> stop_sending, stop_receiving;
+  struct Life {
+    std::atomic<uint64_t> begun, done;  // by the sender: before and after each send
+    std::atomic<uint64_t> last;         // by the receiver: the newest number that came
+  } lives[kSenders][kLives];
+  std::atomic<uint64_t> received, missing, torn, disorder, failed;
+};
+
+class SharedLedger {
+ public:
+  SharedLedger() {
+    void *memory = mmap(nullptr, sizeof(Ledger), PROT_READ | PROT_WRITE,
+                        MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory != MAP_FAILED)
+      ledger_ = new (memory) Ledger{};
+  }
+  ~SharedLedger() { munmap(ledger_, sizeof *ledger_); }
+  SharedLedger(const SharedLedger &) = delete;
+  SharedLedger &operator=(const SharedLedger &) = delete;
+  Ledger *operator->() const { return ledger_; }
+
+ private:
+  Ledger *ledger_ = nullptr;
+};
+
+// What both families carry.
+struct Message {
+  KEL_IPC_MSG_HEADER header;  // word: the sender and its life; further: a number
+  uint8_t payload[kPayload];
+};
+
+uint64_t KeyOf(const KEL_IPC_MSG_HEADER &header) {
+  return uint64_t{header.word} << 40 | header.further;
+}
+
+// One of the two families over a queue.
+class Channel {
+ public:
+  virtual ~Channel() = default;
+  virtual bool ok() const = 0;
+  virtual bool Send(const Message &message, uint32_t timeout) = 0;
+  // False when nothing came in time.
+  virtual bool Receive(Message &message) = 0;
+};
+
+class Standard : public Channel {
+ public:
+  Standard(const std::string &name, uint32_t count)
+      : ipc_(KEL_IPCOpen(name.c_str(), static_cast<int32_t>(count), kPayload, 0)) {}
+  ~Standard() override {
+    void *message = KEL_IPCGetMsg(ipc_, nullptr);
+    KEL_IPCClose(ipc_);
+    KEL_Free(message, 0);  // closing leaves it to its users
+  }
+  Standard(const Standard &) = delete;
+  Standard &operator=(const Standard &) = delete;
+  bool ok() const override { return ipc_ != nullptr; }
+  bool Send(const Message &message, uint32_t timeout) override {
+    return KEL_IPCSend(ipc_, &message, 0, timeout) == 0;
+  }
+  bool Receive(Message &message) override {
+    return KEL_IPCReceive(ipc_, &message, kPatienceMs) == 0;
+  }
+
+ private:
+  KEL_IPC *ipc_;
+};
+
+class Raw : public Channel {
+ public:
+  Raw(const std::string &name, uint32_t count)
+      : queue_(KEL_IPC_MsgOpen(name.c_str(), count, sizeof(Message), 1)) {}
+  ~Raw() override { KEL_IPC_MsgClose(queue_); }
+  Raw(const Raw &) = delete;
+  Raw &operator=(const Raw &) = delete;
+  bool ok() const override { return queue_ != nullptr; }
+  bool Send(const Message &message, uint32_t) override {
+    const auto length = static_cast<uint32_t>(message.header.length);
+    return KEL_IPC_MsgSend(queue_, &message,
+                           static_cast<uint32_t>(sizeof message.header) + length) == 0;
+  }
+  bool Receive(Message &message) override {
+    return KEL_IPC_MsgRecv(queue_, &message, sizeof message, kPatienceMs) > 0;
+  }
+
+ private:
+  KEL_IPC_MSG *queue_;
+};
+
+template <typename Family>
+class Round {
+ public:
+  // A sender that is killed can take its turn to send with it. While fewer are killed
+  // than there are turns, one for each message, the others go on.
+  Round(stress::Random &random, uint32_t most_kills)
+      : random_(random),
+        count_(random.Between(2, 8)),
+        kills_left_(random.Below(most_kills != 0 ? most_kills : count_)),
+        name_("/kelcore-stress-" + std::to_string(getpid())),
+        channel_(name_, count_) {}
+
+  void Run() {
+    stress::Expect(channel_.ok(), "no queue");
+    if (!channel_.ok())
+      return;
+    StartAll();
+    const timespec pause = {0, static_cast<long>(random_.Between(100'000, 5'000'000))};
+    uint64_t seen = 0;
+    const uint64_t enough = random_.Between(100, 20000);
+    // When nothing moves any more the watchdog sees that nobody asks for the time.
+    for (bool going = true; going && seen < enough;) {
+      nanosleep(&pause, nullptr);
+      if (kills_left_ > 0 && random_.OneIn(2))
+        KillOne();
+      const uint64_t now = ledger_->received;
+      if (now != seen)
+        going = stress::Going();
+      seen = now;
+    }
+    ledger_->stop_sending = true;
+    for (const pid_t sender : senders_)
+      Reap(sender);
+    ledger_->stop_receiving = true;
+    Reap(receiver_);
+    Message message;
+    while (channel_.Receive(message))
+      Account(message);
+    Check();
+  }
+
+ private:
+  // The first processes open the queue by its name, the ones that follow them inherit
+  // their parent's handle.
+  void StartAll() {
+    int opened[2];
+    stress::Expect(pipe2(opened, O_CLOEXEC) == 0, "no pipe");
+    for (uint32_t i = 0; i < kSenders; ++i)
+      senders_[i] = Start([&] {
+        Family own(name_, count_);
+        Opened(opened[1], own);
+        SendAll(i, own);
+      });
+    receiver_ = Start([&] {
+      Family own(name_, count_);
+      Opened(opened[1], own);
+      ReceiveAll(own);
+    });
+    close(opened[1]);
+    for (uint32_t i = 0; i < kSenders + 1; ++i) {
+      char good = 0;
+      stress::Expect(read(opened[0], &good, 1) == 1 && good == 1, "a process has no queue");
+    }
+    close(opened[0]);
+    mq_unlink(name_.c_str());
+    sem_unlink(name_.c_str());
+  }
+  static void Opened(int fd, const Channel &channel) {
+    const char good = channel.ok() ? 1 : 0;
+    if (write(fd, &good, 1) != 1 || !channel.ok())
+      _exit(1);
+  }
+
+  template <typename Body>
+  pid_t Start(Body body) {
+    const pid_t parent = getpid();
+    const pid_t child = fork();
+    if (child != 0) {
+      stress::Expect(child > 0, "no process");
+      return child;
+    }
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    signal(SIGINT, SIG_IGN);  // the parent says when to stop
+    if (getppid() == parent)
+      body();
+    _exit(0);
+  }
+  void Reap(pid_t child) {
+    int status = 0;
+    stress::Expect(waitpid(child, &status, 0) == child, "a process is not waited for");
+    stress::Expect(WIFSIGNALED(status) ? WTERMSIG(status) == SIGKILL : status == 0,
+                   "a process ends with %d", status);
+  }
+  void KillOne() {
+    --kills_left_;
+    const uint32_t victim = random_.Below(kSenders + 1);
+    if (victim == kSenders) {
+      kill(receiver_, SIGKILL);
+      Reap(receiver_);
+      ++receiver_kills_;
+      receiver_ = Start([this] { ReceiveAll(channel_); });
+      return;
+    }
+    if (life_[victim] + 1 == kLives)
+      return;
+    kill(senders_[victim], SIGKILL);
+    Reap(senders_[victim]);
+    ++sender_kills_;
+    ++life_[victim];
+    senders_[victim] = Start([this, victim] { SendAll(victim, channel_); });
+  }
+
+  // ---- In the other processes ----
+
+  void SendAll(uint32_t self, Channel &channel) {
+    typename Ledger::Life &life = ledger_->lives[self][life_[self]];
+    Message message{};
+    message.header.word = self << 16 | life_[self];
+    for (uint64_t number = 1; !ledger_->stop_sending; ++number) {
+      message.header.further = number;
+      const uint64_t key = KeyOf(message.header);
+      const auto length = static_cast<uint32_t>(stress::Mix(key) % (kPayload + 1));
+      message.header.length = static_cast<int32_t>(length);
+      stress::Fill(message.payload, length, key);
+      life.begun = number;
+      // Without a limit, or again until there is room.
+      while (!channel.Send(message, number % 2 != 0 ? 0 : 1)) {
+        if (number % 2 != 0)
+          ++ledger_->failed;
+        if (ledger_->stop_sending) {
+          life.begun = number - 1;
+          return;
+        }
+      }
+      life.done = number;
+    }
+  }
+  void ReceiveAll(Channel &channel) {
+    Message message{};
+    while (!ledger_->stop_receiving)
+      if (channel.Receive(message))
+        Account(message);
+  }
+  void Account(const Message &message) {
+    const uint32_t sender = message.header.word >> 16, life = message.header.word & 0xFFFF;
+    const uint64_t number = message.header.further;
+    if (sender >= kSenders || life >= kLives ||
+        static_cast<uint32_t>(message.header.length) !=
+            stress::Mix(KeyOf(message.header)) % (kPayload + 1) ||
+        !stress::Holds(message.payload, static_cast<uint32_t>(message.header.length),
+                       KeyOf(message.header))) {
+      ++ledger_->torn;
+      return;
+    }
+    std::atomic<uint64_t> &last = ledger_->lives[sender][life].last;
+    if (number <= last)
+      ++ledger_->disorder;
+    else
+      ledger_->missing += number - last - 1;
+    last = number;
+    ++ledger_->received;
+  }
+
+  // ---- In the end ----
+
+  void Check() {
+    uint64_t missing = ledger_->missing;
+    for (const auto &sender : ledger_->lives)
+      for (const auto &life : sender) {
+        stress::Expect(life.last <= life.begun, "a message came that nobody sent");
+        if (life.last < life.done)
+          missing += life.done - life.last;
+      }
+    stress::Expect(missing <= receiver_kills_,
+                   "%llu messages are lost, with %llu receivers killed",
+                   static_cast<unsigned long long>(missing),
+                   static_cast<unsigned long long>(receiver_kills_));
+    stress::Expect(ledger_->torn == 0, "%llu messages are torn",
+                   static_cast<unsigned long long>(ledger_->torn));
+    stress::Expect(ledger_->disorder == 0, "%llu messages come twice, or late",
+                   static_cast<unsigned long long>(ledger_->disorder));
+    stress::Expect(ledger_->failed == 0, "%llu sends without a limit fail",
+                   static_cast<unsigned long long>(ledger_->failed));
+    stress::Expect(mq_open(name_.c_str(), O_RDONLY) == -1, "the queue is left behind");
+    stress::Expect(sem_open(name_.c_str(), 0) == SEM_FAILED, "the semaphore is left behind");
+    stress::Count("received", ledger_->received);
+    stress::Count("lost-with-receivers", missing);
+    stress::Count("killed-senders", sender_kills_);
+    stress::Count("killed-receivers", receiver_kills_);
+  }
+
+  stress::Random &random_;
+  const uint32_t count_;
+  uint32_t kills_left_;
+  const std::string name_;
+  Family channel_;
+  SharedLedger ledger_;
+  pid_t senders_[kSenders] = {};
+  pid_t receiver_ = 0;
+  uint32_t life_[kSenders] = {};
+  uint64_t sender_kills_ = 0, receiver_kills_ = 0;
+};
+
+template <typename Family>
+void Rounds(uint32_t most_kills) {
+  stress::Random random;
+  do {
+    Round<Family>(random, most_kills).Run();
+    stress::Count("rounds", 1);
+  } while (stress::Going());
+}
+
+void UnlinkAll() {
+  const std::string name = "/kelcore-stress-" + std::to_string(getpid());
+  mq_unlink(name.c_str());
+  sem_unlink(name.c_str());
+}
+
+}  // namespace
+
+int main() {
+  stress::SetCleanUp(UnlinkAll);
+  return stress::Main(
+      "ipc", {{"standard", [] { Rounds<Standard>(0); }}, {"raw", [] { Rounds<Raw>(40); }}});
+}

@@ -1,0 +1,223 @@
+#include "stress.h"
+
+#include <pthread.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+
+namespace stress {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Nothing here takes longer than milliseconds: what does not move for so long,
+// even on a busy machine with sanitizers, hangs.
+constexpr auto kPatience = std::chrono::minutes(5);
+constexpr int kFailuresShown = 20;
+
+uint64_t seed;
+std::atomic<uint64_t> generators{0};
+std::atomic<Clock::rep> deadline{0};
+std::atomic<int> interrupted{0};  // the signal's number
+std::atomic<uint64_t> progress{0};
+std::atomic<int> failures{0};
+std::atomic<const char *> current_case{""};
+std::atomic<void (*)()> clean_up{nullptr};
+
+std::mutex counts_mutex;
+std::map<std::string, uint64_t> counts;
+
+double SecondsToRun() {
+  constexpr double kDefault = 2;
+  const char *text = getenv("KELCORE_STRESS_SECONDS");
+  const double seconds = text != nullptr ? atof(text) : kDefault;
+  return seconds > 0 ? seconds : kDefault;
+}
+
+uint64_t Seed() {
+  if (const char *text = getenv("KELCORE_STRESS_SEED"))
+    return strtoull(text, nullptr, 0);
+  return std::random_device{}();
+}
+
+extern "C" void Interrupt(int number) {
+  interrupted = number;
+}
+
+void CatchInterrupts() {
+  struct sigaction action = {};
+  action.sa_handler = Interrupt;
+  // A second one ends the program at once, should it hang.
+  action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP})
+    sigaction(number, &action, nullptr);
+}
+
+class Watchdog {
+ public:
+  Watchdog() {
+    // Signals are for the threads that work.
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    thread_ = std::thread([this] { Watch(); });
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  }
+  ~Watchdog() {
+    {
+      const std::lock_guard<std::mutex> guard(mutex_);
+      over_ = true;
+    }
+    changed_.notify_one();
+    thread_.join();
+  }
+  Watchdog(const Watchdog &) = delete;
+  Watchdog &operator=(const Watchdog &) = delete;
+
+ private:
+  void Watch() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    uint64_t seen = progress;
+    while (!changed_.wait_until(lock, Clock::now() + kPatience, [this] { return over_; })) {
+      const uint64_t now = progress;
+      if (now == seen)
+        GiveUp();
+      seen = now;
+    }
+  }
+  [[noreturn]] static void GiveUp() {
+    fprintf(stderr, "HANGS: case %s has stood still for minutes (seed %llu)\n",
+            current_case.load(), static_cast<unsigned long long>(seed));
+    if (void (*hook)() = clean_up)
+      hook();
+    abort();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool over_ = false;
+  std::thread thread_;
+};
+
+void RunCase(const char *name, const Case &each, double seconds) {
+  current_case = each.name;
+  const auto begin = Clock::now();
+  const auto time =
+      std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  deadline = (begin + time).time_since_epoch().count();
+  const int failures_before = failures;
+  each.run();
+  const std::chrono::duration<double> took = Clock::now() - begin;
+  printf("%s %s/%s in %.1f s:", failures == failures_before ? "ok    " : "FAILED", name,
+         each.name, took.count());
+  const std::lock_guard<std::mutex> guard(counts_mutex);
+  for (const auto &[what, amount] : counts)
+    printf(" %s=%llu", what.c_str(), static_cast<unsigned long long>(amount));
+  printf("\n");
+  fflush(stdout);
+  counts.clear();
+}
+
+uint64_t KeyAt(uint64_t key, uint32_t offset) {
+  return Mix(key + offset);
+}
+
+}  // namespace
+
+Random::Random() : state_(Mix(seed + Mix(++generators))) {}
+
+uint64_t Random::Next() {
+  constexpr uint64_t kStep = 0x9E3779B97F4A7C15u;
+  return Mix(state_ += kStep);
+}
+
+bool Going() {
+  progress.fetch_add(1, std::memory_order_relaxed);
+  return interrupted.load(std::memory_order_relaxed) == 0 &&
+         Clock::now().time_since_epoch().count() < deadline;
+}
+
+void Count(const char *what, uint64_t amount) {
+  const std::lock_guard<std::mutex> guard(counts_mutex);
+  counts[what] += amount;
+}
+
+void Expect(bool good, const char *format, ...) {
+  if (good)
+    return;
+  if (failures.fetch_add(1) >= kFailuresShown)
+    return;
+  char text[512];
+  va_list arguments;
+  va_start(arguments, format);
+  vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  fprintf(stderr, "failure in %s (seed %llu): %s\n", current_case.load(),
+          static_cast<unsigned long long>(seed), text);
+}
+
+void Fill(void *block, uint32_t size, uint64_t key) {
+  auto *bytes = static_cast<uint8_t *>(block);
+  for (uint32_t at = 0; at < size; at += sizeof(uint64_t)) {
+    const uint64_t word = KeyAt(key, at);
+    memcpy(bytes + at, &word, size - at < sizeof word ? size - at : sizeof word);
+  }
+}
+
+bool Holds(const void *block, uint32_t size, uint64_t key) {
+  const auto *bytes = static_cast<const uint8_t *>(block);
+  for (uint32_t at = 0; at < size; at += sizeof(uint64_t)) {
+    const uint64_t word = KeyAt(key, at);
+    if (memcmp(bytes + at, &word, size - at < sizeof word ? size - at : sizeof word) != 0)
+      return false;
+  }
+  return true;
+}
+
+bool IsZero(const void *block, uint32_t size) {
+  const auto *bytes = static_cast<const uint8_t *>(block);
+  for (uint32_t at = 0; at < size; ++at)
+    if (bytes[at] != 0)
+      return false;
+  return true;
+}
+
+int Main(const char *name, std::initializer_list<Case> cases) {
+  seed = Seed();
+  printf("stress_%s: KELCORE_STRESS_SEED=%llu repeats these choices\n", name,
+         static_cast<unsigned long long>(seed));
+  fflush(stdout);
+  CatchInterrupts();
+  {
+    const Watchdog watchdog;
+    const double seconds = SecondsToRun() / static_cast<double>(cases.size());
+    for (const Case &each : cases) {
+      if (interrupted != 0)
+        break;
+      RunCase(name, each, seconds);
+    }
+  }
+  if (failures > 0)
+    printf("stress_%s: %d FAILURES\n", name, failures.load());
+  else
+    printf("stress_%s: %s\n", name, interrupted != 0 ? "interrupted, ok so far" : "ok");
+  constexpr int kSignalled = 128;
+  return failures > 0 ? 1 : interrupted != 0 ? kSignalled + interrupted : 0;
+}
+
+void SetCleanUp(void (*hook)()) {
+  clean_up = hook;
+}
+
+}  // namespace stress

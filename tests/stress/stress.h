@@ -1,0 +1,76 @@
+// What the stress programs share: a time to run, repeatable random choices, counts,
+// expectations, and a watchdog.
+//
+//     void Churn() {
+//       stress::Random random;
+//       while (stress::Going()) { ...; stress::Count("pushed", 1); }
+//       stress::Expect(left == 0, "%d are left", left);
+//     }
+//     int main() { return stress::Main("queue", {{"bounded", Churn}}); }
+//
+// Each program runs about two seconds, its cases sharing them. KELCORE_STRESS_SECONDS
+// sets another time, KELCORE_STRESS_SEED repeats the choices of a run. An interrupt
+// ends the time early: everything is checked and cleared up as always.
+#pragma once
+
+#include <stdint.h>
+
+#include <initializer_list>
+
+namespace stress {
+
+// Every generator draws a sequence of its own from the seed of the program, in the
+// order in which they are made: make those of threads before starting them.
+class Random {
+ public:
+  Random();
+  uint64_t Next();
+  // 0 to limit - 1
+  uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(Next() >> 32) % limit; }
+  uint32_t Between(uint32_t low, uint32_t high) { return low + Below(high - low + 1); }
+  bool OneIn(uint32_t chance) { return Below(chance) == 0; }
+  template <typename T, int N>
+  T Pick(const T (&choices)[N]) {
+    return choices[Below(N)];
+  }
+
+ private:
+  uint64_t state_;
+};
+
+// True until the case's time is over. Asking shows the watchdog that there is
+// progress: ask where work was done, not in a loop that waits for some.
+bool Going();
+
+// Adds to a count that is printed at the end. `what` is a literal without blanks.
+void Count(const char *what, uint64_t amount);
+
+// Notes and prints a failure unless `good`.
+void Expect(bool good, const char *format, ...) __attribute__((__format__(__printf__, 2, 3)));
+
+// Mixes the bits of a number: contents that neighbours do not share.
+inline uint64_t Mix(uint64_t value) {
+  value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9u;
+  value = (value ^ (value >> 27)) * 0x94D049BB133111EBu;
+  return value ^ (value >> 31);
+}
+
+// Fills a block with a pattern of its own, and tells whether it still holds it.
+void Fill(void *block, uint32_t size, uint64_t key);
+bool Holds(const void *block, uint32_t size, uint64_t key);
+// Whether all its bytes are 0.
+bool IsZero(const void *block, uint32_t size);
+
+struct Case {
+  const char *name;
+  void (*run)();
+};
+
+// Runs the cases one after the other. Returns the exit status.
+int Main(const char *name, std::initializer_list<Case> cases);
+
+// Called before the watchdog ends a program that hangs, to clear up what the
+// system would keep. Null for nothing.
+void SetCleanUp(void (*clean_up)());
+
+}  // namespace stress
