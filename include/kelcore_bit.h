@@ -31,14 +31,16 @@ KEL_API KEL_NODISCARD KEL_BIT *KELBitOpen(const void *data, uint32_t size);
 KEL_API void KELBitClose(KEL_BIT *cursor);
 
 /* The next `n` bits as a number, `n` from 1 to 32 less the bits already taken
- * of the current byte: 25 always fit. GetBit moves on, Show does not. */
+ * of the current byte: 25 always fit. Moves on. */
 KEL_API uint32_t KELBitGetBit(KEL_BIT *cursor, uint32_t n);
+
+/* The same number, without moving on. */
 KEL_API uint32_t KELBitShow(const KEL_BIT *cursor, uint32_t n);
 
 /* Skips `n` bits. */
 KEL_API void KELBitFlush(KEL_BIT *cursor, uint32_t n);
 
-/* As KELBitGetBit for 1 to 8 bits, touching only two bytes. */
+/* The next 1 to 8 bits as a number. Moves on, and touches only two bytes. */
 KEL_API uint32_t KELBitGetFast(KEL_BIT *cursor, uint32_t n);
 
 /* The next bit. */

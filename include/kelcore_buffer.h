@@ -125,18 +125,21 @@ KEL_API int32_t KELBuf_FindRBuf(KEL_BUF *buf, const void *data, KEL_BUF_DESC *ou
 /* Fills the record. Returns 0; -22 for null. */
 KEL_API int32_t KELBuf_BufStatus(KEL_BUF *buf, KEL_BUF_STATUS *out);
 
-/* GetBufRefCnt: the number of handles. AddBufRefCnt: counts one more, which
- * nothing takes back but a KELBuf_Destroy of a handle; 0. Unlocked. -22 for
- * null. */
+/* The number of handles, unlocked; -22 for null. */
 KEL_API int32_t KELBuf_GetBufRefCnt(KEL_BUF *buf);
+
+/* Counts one handle more, unlocked; nothing takes it back but a KELBuf_Destroy of
+ * some handle. Returns 0; -22 for null. */
 KEL_API int32_t KELBuf_AddBufRefCnt(KEL_BUF *buf);
 
 /* 1 if the descriptor's data is `data`, else 0 with a trace. */
 KEL_API int32_t KELBuf_CheckBuf(KEL_BUF *buf, const KEL_BUF_DESC *desc, const void *data);
 
-/* A lock of the callers' own, for longer sections; waits at most 3000 ms and
- * returns 0 also when that was not enough (it is traced). */
+/* Takes a lock of the callers' own, for longer sections; waits at most 3000
+ * ms. Returns 0, also when that was not enough (it is traced). */
 KEL_API int32_t KELBuf_LockEnter(KEL_BUF *buf);
+
+/* Leaves that lock. Returns 0. */
 KEL_API int32_t KELBuf_LockLeave(KEL_BUF *buf);
 
 /* The process's usage table; never null, unlocked. */

@@ -38,26 +38,30 @@ KEL_API KEL_NODISCARD KEL_BYTE *KELByte_Open(const void *data, uint32_t size);
 /* Releases the reader; the bytes are untouched. Null is ignored. */
 KEL_API void KELByte_Close(KEL_BYTE *reader);
 
-/* Remain: bytes not yet read. Size: all bytes. Pos: the index of the next byte. */
+/* The number of bytes not yet read. */
 KEL_API uint32_t KELByte_Remain(const KEL_BYTE *reader);
+
+/* The number of all bytes. */
 KEL_API uint32_t KELByte_Size(const KEL_BYTE *reader);
+
+/* The index of the next byte. */
 KEL_API uint32_t KELByte_Pos(const KEL_BYTE *reader);
 
-/* Skips `count` bytes and returns the new position. Reaching the end, also
- * exactly, returns 0 and sets the end flag, which must not be null here. */
+/* Skips `count` bytes and returns the new position; 0 when that reaches
+ * the end, also exactly. The end flag is set then and must not be null here. */
 KEL_API uint32_t KELByte_Skip(KEL_BYTE *reader, uint32_t count, uint32_t *end);
 
 /* The next byte, 0 at the end. Peek leaves the position. */
 KEL_API uint32_t KELByte_Get_char(KEL_BYTE *reader, uint32_t *end);
 KEL_API uint32_t KELByte_Peek_char(KEL_BYTE *reader, uint32_t *end);
 
-/* Copy 3 or 4 bytes to `to` and return it; null at the end. */
+/* Copy 3 or 4 bytes to `to`. Return `to`; null at the end. */
 KEL_API void *KELByte_Get_3char(KEL_BYTE *reader, void *to, uint32_t *end);
 KEL_API void *KELByte_Peek_3char(KEL_BYTE *reader, void *to, uint32_t *end);
 KEL_API void *KELByte_Get_4char(KEL_BYTE *reader, void *to, uint32_t *end);
 KEL_API void *KELByte_Peek_4char(KEL_BYTE *reader, void *to, uint32_t *end);
 
-/* Copy `count` bytes to `to`, without a terminator, and return it; null at the
+/* Copy `count` bytes to `to`, without a terminator. Return `to`; null at the
  * end. A count of 0 returns at once and leaves the end flag alone. */
 KEL_API void *KELByte_Get_string(KEL_BYTE *reader, void *to, uint32_t count, uint32_t *end);
 KEL_API void *KELByte_Peek_string(KEL_BYTE *reader, void *to, uint32_t count, uint32_t *end);

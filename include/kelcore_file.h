@@ -91,8 +91,8 @@ KEL_API int32_t KEL_FileTruncate(FILE *file, int64_t length);
 /* Writes buffers out and waits for the storage. Returns 0, or non-zero. */
 KEL_API int32_t KEL_FileSync(FILE *file);
 
-/* Opens a directory for reading; the handle is owned by the caller until
- * KEL_FileCloseDir. Null on failure. */
+/* Opens a directory for reading. Returns a handle, owned by the caller until
+ * KEL_FileCloseDir; null on failure. */
 KEL_API KEL_NODISCARD KEL_DIR *KEL_FileOpenDir(const char *path);
 
 /* Closes and releases the handle. Returns closedir's result; -1 for null. */
@@ -105,9 +105,11 @@ KEL_API const char *KEL_FileReadDir(KEL_DIR *dir);
 /* Starts over with the first entry. */
 KEL_API void KEL_FileResetDir(KEL_DIR *dir);
 
-/* Bytes of the file system that holds `path`: all, or those free for
- * unprivileged users. 0 when it cannot be asked. */
+/* All bytes of the file system that holds `path`; 0 when it cannot be asked. */
 KEL_API uint64_t KEL_GetDiskSize(const char *path);
+
+/* The bytes of it that are free for unprivileged users; 0 when it cannot be
+ * asked. */
 KEL_API uint64_t KEL_GetFreeDiskSpace(const char *path);
 
 /* Fills the record (the time is the last access). Returns 0; -1 on failure,

@@ -59,7 +59,8 @@ KEL_API KEL_NODISCARD KEL_IPC *KEL_IPCOpen(const char *name, int32_t count, int3
 
 /* As KEL_IPCOpen for messages without header of at most `size` bytes, and with
  * a semaphore only when `sema_name` is given. With `create` 0 the queue (and
- * semaphore) must exist and the handle can only send. */
+ * semaphore) must exist and the handle can only send. Returns a handle to be
+ * closed with KEL_IPCClose; null on failure. */
 KEL_API KEL_NODISCARD KEL_IPC *KEL_IPCOpen_CustomMsg(const char *name, int32_t count,
                                                      int32_t size, uint8_t nonblock,
                                                      const char *sema_name, uint8_t create);
@@ -85,7 +86,7 @@ KEL_API int32_t KEL_IPCSend_CustomMsg(KEL_IPC *ipc, const void *data, uint32_t l
 KEL_API int32_t KEL_IPCReceive(KEL_IPC *ipc, void *buffer, uint32_t timeout);
 
 /* The handle's own message buffer, of the message size, which is written to
- * `size` unless that is null. Without `size`, null gives null. */
+ * `size` unless that is null. Null gives null and leaves `size`. */
 KEL_API void *KEL_IPCGetMsg(KEL_IPC *ipc, uint32_t *size);
 
 /* Does nothing and returns 0, also for null: the buffer stays the handle's. */
@@ -93,7 +94,7 @@ KEL_API int32_t KEL_IPCPutMsg(KEL_IPC *ipc);
 
 /* Opens a queue of raw blocks; with `create` non-zero it is made if missing,
  * for `max_messages` of at most `max_size` bytes (an existing one keeps its
- * own). Owned by the caller until KEL_IPC_MsgClose. Null on failure. */
+ * own). Returns a handle to be closed with KEL_IPC_MsgClose; null on failure. */
 KEL_API KEL_NODISCARD KEL_IPC_MSG *KEL_IPC_MsgOpen(const char *name, uint32_t max_messages,
                                                    uint32_t max_size, uint8_t create);
 

@@ -58,13 +58,16 @@ KEL_API KEL_NODISCARD KEL_NLIST_NODE *KEL_NList_Node_new_data(void *data);
 /* Frees an unlinked node. Returns 0; -1 for null. */
 KEL_API int32_t KEL_NList_Node_delete(KEL_NLIST_NODE *node);
 
-/* The first or last node, null when the list is empty or null. */
+/* The first node, null when the list is empty or null. */
 KEL_API KEL_NLIST_NODE *KEL_NListGetHead(KEL_NLIST *list);
+
+/* The last node, null when the list is empty or null. */
 KEL_API KEL_NLIST_NODE *KEL_NListGetTail(KEL_NLIST *list);
 
-/* The node after or before `node` (must not be null), null at the end or for a
- * null list. */
+/* The node after `node` (must not be null), null at the tail or for a null list. */
 KEL_API KEL_NLIST_NODE *KEL_NListGetNext(KEL_NLIST *list, KEL_NLIST_NODE *node);
+
+/* The node before `node` (must not be null), null at the head or for a null list. */
 KEL_API KEL_NLIST_NODE *KEL_NListGetPrev(KEL_NLIST *list, KEL_NLIST_NODE *node);
 
 /* The number of linked nodes; 0 for null. */
@@ -82,8 +85,8 @@ KEL_API int32_t KEL_NListAddHead(KEL_NLIST *list, KEL_NLIST_NODE *node);
  * case. Returns 0; -1 for a null list. */
 KEL_API int32_t KEL_NListDel(KEL_NLIST *list, KEL_NLIST_NODE *node);
 
-/* The node at `index` (0 is the head). An index equal to the count gives null
- * silently, a greater one null with an ERROR trace. Walks from the head. */
+/* The node at `index` (0 is the head). Null for an index equal to the count,
+ * silently, for a greater one with an ERROR trace. Walks from the head. */
 KEL_API KEL_NLIST_NODE *KEL_NList_GetNthList(KEL_NLIST *list, uint32_t index);
 
 /* Moves `src` to stand immediately before `dst`; the two must differ.

@@ -51,26 +51,42 @@ KEL_API KEL_NODISCARD KEL_LIST_NODE *KEL_List_Node_new_data(void *data);
 /* Frees an unlinked node. Returns 0; -1 for null. */
 KEL_API int32_t KEL_List_Node_delete(KEL_LIST_NODE *node);
 
-/* Unlocked reads: first node, last node, neighbours of `node` (not null),
- * number of nodes. A null list gives null, or 0. */
+/* The first node, unlocked; null when the list is empty or null. */
 KEL_API KEL_LIST_NODE *KEL_ListGetHead(KEL_LIST *list);
+
+/* The last node, unlocked; null when the list is empty or null. */
 KEL_API KEL_LIST_NODE *KEL_ListGetTail(KEL_LIST *list);
+
+/* The node after `node` (must not be null), unlocked; null at the tail or for a
+ * null list. */
 KEL_API KEL_LIST_NODE *KEL_ListGetNext(KEL_LIST *list, KEL_LIST_NODE *node);
+
+/* The node before `node` (must not be null), unlocked; null at the head or for a
+ * null list. */
 KEL_API KEL_LIST_NODE *KEL_ListGetPrev(KEL_LIST *list, KEL_LIST_NODE *node);
+
+/* The number of linked nodes, unlocked; 0 for null. */
 KEL_API uint32_t KEL_ListGetNum(KEL_LIST *list);
 
-/* Link at the tail or head; unlink without freeing. Results as for the plain
- * list: 0, or -1 for a null list or broken links (the list stays unchanged). */
+/* Links an unlinked node at the tail or the head, as the plain list does. Returns
+ * 0; -1 for a null argument or broken links (the list stays unchanged). */
 KEL_API int32_t KEL_ListAddTail(KEL_LIST *list, KEL_LIST_NODE *node);
 KEL_API int32_t KEL_ListAddHead(KEL_LIST *list, KEL_LIST_NODE *node);
+
+/* Unlinks a node of this list, without freeing it. Returns 0; -1 for a null
+ * argument. */
 KEL_API int32_t KEL_ListDel(KEL_LIST *list, KEL_LIST_NODE *node);
 
-/* The node at `index`, walking under the lock; as KEL_NList_GetNthList. */
+/* The node at `index` (0 is the head), walking under the lock. Null as for
+ * KEL_NList_GetNthList. */
 KEL_API KEL_LIST_NODE *KEL_List_GetNthList(KEL_LIST *list, uint32_t index);
 
-/* Move `src` before `dst`, or `node` to the tail; as for the plain list, in
- * two separately locked steps (unlink, link). */
+/* Moves `src` to stand immediately before `dst`, in two separately locked steps
+ * (unlink, link). Returns 0; -1 for a null argument or broken links. */
 KEL_API int32_t KEL_ListMove(KEL_LIST *list, KEL_LIST_NODE *dst, KEL_LIST_NODE *src);
+
+/* Moves `node` to the tail, in two separately locked steps. Returns 0, also when
+ * it is there already; -1 for a null list or broken links. */
 KEL_API int32_t KEL_ListMoveToTail(KEL_LIST *list, KEL_LIST_NODE *node);
 
 KEL_END_DECLS

@@ -13,8 +13,8 @@
  * They do nothing here; a program that defines functions of these names
  * replaces them and can follow every allocation of the library.
  *
- * Threads: as malloc(), any thread may make every call; KEL_MemInit is for start-
- * up.
+ * Threads: as malloc(), any thread may make every call; KEL_MemInit is for the
+ * start.
  * Blocking: none, but for the locks of the C library's allocator.
  * Null: releasing null does nothing; an installed non-cache function decides for
  * itself. */
@@ -29,7 +29,8 @@ KEL_BEGIN_DECLS
 #define KEL_NO_FILL 0xFFFFFFFFu
 
 /* Non-cache allocator pair; the second argument is always 0. A function of
- * one argument may be installed with a cast. */
+ * one argument may be installed with a cast. Allocating it
+ * returns the block, or null. */
 typedef void *(*KEL_NC_MALLOC)(uint32_t size, uint32_t extra);
 typedef void (*KEL_NC_FREE)(void *block, uint32_t extra);
 
@@ -42,13 +43,14 @@ KEL_API KEL_NODISCARD void *KEL_Malloc(uint32_t size, uint32_t align, uint32_t f
                                        const char *file, int32_t line, const char *func);
 
 /* calloc(count, size). `reserved` is passed as 0. The announcement carries
- * the size of one element. */
+ * the size of one element. Returns the zeroed block, to be released with
+ * KEL_Free, or null. */
 KEL_API KEL_NODISCARD void *KEL_Calloc(uint32_t count, uint32_t size, uint32_t reserved,
                                        const char *file, int32_t line, const char *func);
 
-/* realloc(block, size); `block` may be null. A size of 0 releases the block and
- * returns null. On failure returns null and the old block stays valid
- * (KEL_MemTblUpdate is told null all the same). */
+/* realloc(block, size); `block` may be null. Returns the new block; null for a
+ * size of 0, which releases the block, and on failure, the old block then
+ * staying valid (KEL_MemTblUpdate is told null all the same). */
 KEL_API KEL_NODISCARD void *KEL_ReAlloc(void *block, uint32_t size);
 
 /* Releases a block; null is ignored. `flag` goes to KEL_MemTblRemove, pass 0. */
@@ -67,8 +69,10 @@ KEL_API KEL_NODISCARD void *KEL_NonCacheMalloc(uint32_t size);
 /* Hands `block` to the installed non-cache release function. */
 KEL_API void KEL_NonCacheFree(void *block);
 
-/* malloc() and free(): the non-cache pair at start. Results and null as there. */
+/* malloc(): the non-cache pair at start. Returns the block, or null. */
 KEL_API KEL_NODISCARD void *KEL_DefaultNCMalloc(uint32_t size);
+
+/* free(): the other one of the pair. Null is ignored. */
 KEL_API void KEL_DefaultNCFree(void *block);
 
 /* The physical address of a block: 0, there is no such service here. */
@@ -77,18 +81,25 @@ KEL_API uint64_t KEL_NonCacheGetPhys(void *block);
 /* Does nothing: no cache to flush here. */
 KEL_API void KEL_NonCacheFlush(void *block, uint32_t size);
 
-/* The replaceable announcements, see above: a block was made by KEL_Malloc or
- * KEL_Calloc; KEL_ReAlloc made another one of it; it is about to be released.
- * The allocating thread makes them, without any lock: what replaces them guards
- * its own records and does not allocate through the library. `file` and `func`
- * are what the caller gave and may be null. */
+/* The replaceable announcements, see above. The allocating thread makes them,
+ * without any lock: what replaces them guards its own records and does not
+ * allocate through the library.
+ *
+ * A block was made by KEL_Malloc or KEL_Calloc; `file` and `func` are what the
+ * caller gave and may be null. */
 KEL_API void KEL_MemTblAdd(void *block, uint32_t size, uint32_t align, const char *file,
                            int32_t line, const char *func);
+
+/* KEL_ReAlloc made another block of `old_block`; see KEL_MemTblAdd. */
 KEL_API void KEL_MemTblUpdate(void *old_block, void *new_block, uint32_t size);
+
+/* A block is about to be released; see KEL_MemTblAdd. */
 KEL_API void KEL_MemTblRemove(void *block, uint32_t flag);
 
-/* Do nothing; kept for programs that call them. KEL_Memcleanup returns 0. */
+/* Does nothing; kept for programs that call it. */
 KEL_API void KEL_MemTrace(void *unused, uint32_t unused_size);
+
+/* Does nothing; kept for programs that call it. Returns 0. */
 KEL_API int32_t KEL_Memcleanup(void *unused, uint32_t unused_size);
 
 /* The first place in `haystack` (`haystack_length` bytes) that holds the

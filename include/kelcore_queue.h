@@ -43,21 +43,28 @@ KEL_API KEL_NODISCARD KEL_QUEUE *KEL_QueueCreate(const char *name, uint32_t maxn
  * may be using it. Null is traced and ignored. */
 KEL_API void KEL_QueueDestroy(KEL_QUEUE *queue);
 
-/* Append at the tail, or put in front. Never wait for room: returns 0; -1 when
- * the queue is full, memory is short, or for null. */
+/* Appends at the tail. Never waits for room: returns 0; -1 when the queue is
+ * full, memory is short, or for null. */
 KEL_API int32_t KEL_QueuePush(KEL_QUEUE *queue, void *data, int32_t param);
+
+/* Puts in front. Never waits for room: returns 0; -1 when the queue is full,
+ * memory is short, or for null. */
 KEL_API int32_t KEL_QueuePush2Head(KEL_QUEUE *queue, void *data, int32_t param);
 
-/* Take the oldest, or the newest, entry, waiting at most `timeout`
- * milliseconds for one. The number goes to `param` unless that is null.
- * Return the pointer, or null when there was nothing (or for a null queue).
- * On an unbounded queue take from one end only: after KEL_QueuePopTail the
- * order of a mix with KEL_QueuePop is not promised. */
+/* Takes the oldest entry, waiting at most `timeout` milliseconds for one. The
+ * number goes to `param` unless that is null. Returns the pointer, or null when
+ * there was nothing (or for a null queue). */
 KEL_API void *KEL_QueuePop(KEL_QUEUE *queue, int32_t *param, uint32_t timeout);
+
+/* Takes the newest entry, else as KEL_QueuePop. On an unbounded queue take from
+ * one end only: after this call the order of a mix of the two is not promised.
+ * Returns the pointer, or null when there was nothing (or for a null queue). */
 KEL_API void *KEL_QueuePopTail(KEL_QUEUE *queue, int32_t *param, uint32_t timeout);
 
-/* The oldest entry, left in the queue. Only for a queue known to hold one:
- * on an empty queue it returns null with the queue's lock held for good. */
+/* Looks at the oldest entry and leaves it in the queue. Returns its pointer, and
+ * the number to `param` unless that is null; null for a null queue. Only for a
+ * queue known to hold an entry: on an empty one the result is null, too, and the
+ * queue's lock is held for good. */
 KEL_API void *KEL_QueuePeek(KEL_QUEUE *queue, int32_t *param);
 
 /* Drops every entry. Returns 0; -1 for null. */
@@ -68,13 +75,18 @@ KEL_API int32_t KEL_QueueReset(KEL_QUEUE *queue);
  * null. Takes no lock. */
 KEL_API int32_t KEL_QueuePopRelease(KEL_QUEUE *queue);
 
-/* Unlocked reads. Name: the queue's own copy, null when it has none (none was
- * given, or it could not be copied) or for null. Size: the number of entries, 0
- * for null. Full and empty: 1 or 0, -1 for null; an unbounded queue is never
- * full. */
+/* The queue's own copy of its name; null when it has none (none was given, or it
+ * could not be copied) or for null. Takes no lock. */
 KEL_API const char *KEL_QueueGetName(KEL_QUEUE *queue);
+
+/* The number of entries, as it was just now; 0 for null. Takes no lock. */
 KEL_API int32_t KEL_QueueGetSize(KEL_QUEUE *queue);
+
+/* 1 when no more entries fit, which an unbounded queue never says, else 0; -1 for
+ * null. Takes no lock. */
 KEL_API int32_t KEL_QueueFull(KEL_QUEUE *queue);
+
+/* 1 when there is no entry, else 0; -1 for null. Takes no lock. */
 KEL_API int32_t KEL_QueueEmpty(KEL_QUEUE *queue);
 
 KEL_END_DECLS

@@ -23,12 +23,14 @@ typedef struct KEL_SEMA KEL_SEMA;
  * With a name (it begins with '/', and is copied) the semaphore belongs to the
  * system and other processes open it by the same name; one that exists is
  * opened with the count that it has, `count` being ignored. When it cannot be
- * opened the name is removed from the system. Returns null on failure; so does a
- * name that another process removes in just this moment: try again. */
+ * opened the name is removed from the system. Returns the semaphore; null on
+ * failure, which a name can be that another process removes in just this moment:
+ * try again. */
 KEL_API KEL_NODISCARD KEL_SEMA *KEL_SemaCreate(const char *name, uint32_t count);
 
 /* As KEL_SemaCreate; but with `create` 0 a named semaphore must exist already.
- * The name is removed from the system on failure also then. */
+ * The name is removed from the system on failure also then. Returns what that
+ * returns. */
 KEL_API KEL_NODISCARD KEL_SEMA *KEL_SemaCreate_Custom(const char *name, uint32_t count,
                                                       uint8_t create);
 

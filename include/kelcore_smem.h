@@ -50,10 +50,12 @@ KEL_API int32_t KEL_SMalloc_Init(void);
  * KEL_MutexDestroy's result, or 0 when there was no lock. */
 KEL_API int32_t KEL_SMalloc_Deinit(void);
 
-/* The process-wide lock, waited for without limit. Results are those of
- * KEL_MutexLock and KEL_MutexUnLock; the calls below take it themselves and
- * must not be made while the caller holds it. */
+/* Takes the process-wide lock, waiting without limit. The calls below take it
+ * themselves and must not be made while the caller holds it. Returns what
+ * KEL_MutexLock returns. */
 KEL_API int32_t KEL_SMalloc_Lock(void);
+
+/* Gives the lock back. Returns what KEL_MutexUnLock returns. */
 KEL_API int32_t KEL_SMalloc_UnLock(void);
 
 /* Registers a block size in bytes with its first chunk. `name` is copied; null

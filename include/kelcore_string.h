@@ -43,10 +43,15 @@ KEL_API char *KEL_FourCC_String(uint32_t code, char *buffer);
 KEL_API char *KEL_strtrim(const char *text, const char *open, const char *close, char *to,
                           uint32_t size);
 
-/* Kept for programs that call them; no conversion is made. The first two
- * return a buffer of 256 bytes each, the third returns `to` untouched. */
+/* Kept for programs that call it; no conversion is made. Returns a buffer of 256
+ * bytes. */
 KEL_API wchar_t *KEL_char2Wchar(const char *unused);
+
+/* Kept for programs that call it; no conversion is made. Returns a buffer of 256
+ * bytes. */
 KEL_API char *KEL_Wchar2char(const wchar_t *unused);
+
+/* Kept for programs that call it; no conversion is made. Returns `to`, untouched. */
 KEL_API char *KEL_Wchar2charcopy(const wchar_t *unused, char *to);
 
 KEL_END_DECLS

@@ -16,8 +16,8 @@
 
 KEL_BEGIN_DECLS
 
-/* Called once by KEL_SystemInit or KEL_SystemUnInit with (NULL, 0); what it
- * returns is ignored. */
+/* Called once by KEL_SystemInit or KEL_SystemUnInit with (NULL, 0). Returns
+ * whatever it likes: it is ignored. */
 typedef int32_t (*KEL_SYSTEM_CALLBACK)(void *, int32_t);
 
 /* Starts the library: seeds the C library's rand() with the time, then calls

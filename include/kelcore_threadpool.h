@@ -35,7 +35,7 @@ typedef struct KEL_THREADPOOL KEL_THREADPOOL;
 typedef int32_t (*KEL_JOB)(void *arg);
 
 /* Starts `count` workers named "<prefix>_rt_0000" and on, with the priority and
- * stack size of KEL_ThreadCreate. Owned by the caller until
+ * stack size of KEL_ThreadCreate. Returns the pool, owned by the caller until
  * KEL_ThreadPool_Delete; null on failure or for a count below 1. */
 KEL_API KEL_NODISCARD KEL_THREADPOOL *KEL_ThreadPool_Create(const char *prefix,
                                                             uint32_t priority,

@@ -35,9 +35,11 @@
 
 KEL_BEGIN_DECLS
 
-/* Milliseconds, or microseconds, of CLOCK_MONOTONIC (truncated): time since an
- * arbitrary start that setting the clock does not change. */
+/* Milliseconds of CLOCK_MONOTONIC (truncated): time since an arbitrary start that
+ * setting the clock does not change. */
 KEL_API uint64_t KEL_GetSystemTick(void);
+
+/* The same time in microseconds. */
 KEL_API uint64_t KEL_GetSystemTickUS(void);
 
 /* Whole seconds of CLOCK_REALTIME since the epoch. */
@@ -46,8 +48,10 @@ KEL_API int64_t KEL_GetEpochTime(void);
 /* `time` in whole milliseconds (truncated). */
 KEL_API uint64_t KEL_TIMESPECtoMS(const struct timespec *time);
 
-/* Splits milliseconds into seconds and microseconds, or nanoseconds. */
+/* Splits milliseconds into seconds and microseconds. */
 KEL_API void KEL_TimeMStoTimeval(uint64_t ms, struct timeval *time);
+
+/* Splits milliseconds into seconds and nanoseconds. */
 KEL_API void KEL_TimeMStoTimespec(uint64_t ms, struct timespec *time);
 
 /* Stores end - start, field by field and without borrowing: result->tv_usec

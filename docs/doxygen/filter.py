@@ -48,37 +48,34 @@ def sentences(text):
     return re.split(r"(?<=[.]) (?=[A-Z`\"])", text)
 
 
-def without_returns(sentence):
-    sentence = re.sub(r"^Returns? ", "", sentence)
-    return sentence[0].upper() + sentence[1:]
+SAID_OF_RESULT = re.compile(r"Returns? |Owned by |Null (when|on|for|as|gives)\b|Results are ")
+IN_PASSING = re.compile(r"\b(?:returns? |results are (?=those ))(.*)")
 
 
 def split_result(item):
-    """The blocks without what they say of the result, and that as Doxygen text."""
+    """The blocks without what they say of the result, and that as Doxygen text. Where no
+    sentence begins with it, it is told in passing, or is what the comment begins with."""
     if item.result in ("void", ""):
         return item.blocks, []
-    blocks, result = [], []
+    blocks, said, rest = [], [], []
     for number, block in enumerate(item.blocks):
-        last = item.blocks[number - 1] if number else None
-        if block.kind == "table" and last and sentences(last.text)[-1].startswith("Return"):
-            result += rendered(block)
+        last = sentences(item.blocks[number - 1].text)[-1] if number else ""
+        if block.kind == "table" and last.startswith("Return"):
+            rest += rendered(block)
         elif block.kind != "text":
             blocks.append(block)
         else:
             kept = []
             for sentence in sentences(block.text):
-                returns = sentence.startswith("Return")
-                (result if returns else kept).append(
-                    prose(without_returns(sentence)) if returns else sentence)
+                (said if SAID_OF_RESULT.match(sentence) else kept).append(sentence)
             if kept:
                 blocks.append(headers.Block("text", [" ".join(kept)]))
-    if not result:
-        # It is told in passing, or the function is named after what it returns.
-        all_of_it = [s for block in item.blocks if block.kind == "text"
-                     for s in sentences(block.text)]
-        told = [s for s in all_of_it if re.search(r"returns |return it|is returned", s)]
-        result = [prose(without_returns((told or all_of_it)[0]))]
-    return blocks or item.blocks, result
+    if not any(sentence.startswith("Return") for sentence in said):
+        others = [s for block in blocks if block.kind == "text" for s in sentences(block.text)]
+        passing = [found[1] for found in map(IN_PASSING.search, others) if found]
+        said = [(passing or others)[0]] + said
+    result = " ".join(re.sub("^Returns? ", "", sentence) for sentence in said)
+    return blocks or item.blocks, [prose(result)] + rest
 
 
 def comment(lines):
