@@ -23,6 +23,8 @@
  *  - A sender takes its turn at a semaphore of the system. One that is killed in
  *    mid-send never gives it back: after as many deaths as the semaphore has
  *    units every send waits for ever. Remove the names to begin anew.
+ *  - A send or receive of the first family that a signal interrupts begins anew
+ *    with its whole time-out: timers of a shorter period keep it from ending.
  *  - A custom message's priority is its length: longer ones are received
  *    first, and from 32,768 bytes on the kernel refuses them.
  *  - KEL_IPCClose does not free the handle's message buffer, and removes the
