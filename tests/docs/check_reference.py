@@ -30,6 +30,8 @@ def complaints(doxygen, doxyfile, tagfile):
     table.read(headers.ROOT / "docs/reference/parameters.ini")
     unused = {(section, name) for section in table.sections() for name in table[section]}
     for family in headers.families():
+        if not family.examples:
+            yield f"families.ini: no example of {family.key}"
         for header in family.headers:
             missing = set(headers.CONVENTIONS) - set(header.conventions)
             if missing and header.functions():
