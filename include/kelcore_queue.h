@@ -17,8 +17,8 @@
  *  - A null pointer is a legal push, but pops cannot tell it from "nothing".
  *  - KEL_QueuePopRelease without a sleeper leaves a pending event (and, in an
  *    unbounded queue, the release flag), and so does a push that meets a pop whose
- *    time is just up: a later blocking pop may return at once with nothing. A signal that interrupts an endless wait looks like a
- *    time-out, too.
+ *    time is just up: a later blocking pop may return at once with nothing. A
+ *    signal that interrupts an endless wait looks like a time-out, too.
  *  - KEL_QueuePeek of an empty queue keeps the queue locked for good. */
 #ifndef KELCORE_QUEUE_H
 #define KELCORE_QUEUE_H
@@ -63,8 +63,8 @@ KEL_API int32_t KEL_QueueReset(KEL_QUEUE *queue);
 KEL_API int32_t KEL_QueuePopRelease(KEL_QUEUE *queue);
 
 /* Unlocked reads. Name: the queue's own copy, null when it has none (none was
- * given, or it could not be copied) or for null. Size: 0 for null. Full and empty: 1 or 0, -1 for null; an unbounded
- * queue is never full. */
+ * given, or it could not be copied) or for null. Size: 0 for null. Full and
+ * empty: 1 or 0, -1 for null; an unbounded queue is never full. */
 KEL_API const char *KEL_QueueGetName(KEL_QUEUE *queue);
 KEL_API int32_t KEL_QueueGetSize(KEL_QUEUE *queue);
 KEL_API int32_t KEL_QueueFull(KEL_QUEUE *queue);
