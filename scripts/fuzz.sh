@@ -44,7 +44,7 @@ for name in "$@"; do
   }
   # Many short runs tell more about operations; streams need their length.
   case $name in
-    adts | h264 | ts) length=4096 ;;
+    adts | h264 | ts) length=2400 ;;
     *) length=600 ;;
   esac
   mkdir -p "$build/corpus/$name"
