@@ -17,5 +17,5 @@ for preset in "${@:-release}"; do
   if [ "$preset" = tsan ] && setarch -R true 2>/dev/null; then
     run="setarch -R"
   fi
-  $run ctest --preset "$preset"
+  $run ctest --preset "$preset" -j "$(nproc)"
 done

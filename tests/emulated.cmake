@@ -30,6 +30,7 @@ set(KELCORE_NOT_EMULATED
   "Timer.FiresUntilStoppedWithLoop"
   "Timer.TheOlderOfTwoFiresAndGoesAsWell"
   "TimerDestroy.MayComeFromItsOwnCallback"
+  "CppTimer.*"
   "ProgramStreamsTest.ATerminalShowsTheProgressOfLargeFiles"
   # It shows a program another start time than the one that others see, so that a
   # publisher is taken for one that was killed.

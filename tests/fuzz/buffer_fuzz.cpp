@@ -235,11 +235,14 @@ class Run {
     return param_.number;
   }
 
+  // Any address, most of them near the area.
   void *Anywhere() {
     const uintptr_t offset = input_.ConsumeIntegral<uint32_t>();
-    return offset % 16 == 0
-               ? nullptr
-               : reinterpret_cast<void *>(reinterpret_cast<uintptr_t>(area_) + offset);
+    if (offset % 16 == 0)
+      return nullptr;
+    if (offset % 16 == 1)
+      return reinterpret_cast<void *>(input_.ConsumeIntegral<uintptr_t>());
+    return reinterpret_cast<void *>(reinterpret_cast<uintptr_t>(area_) + offset);
   }
 
   void CommitAnything(Handle &handle) {
