@@ -68,10 +68,16 @@ def quoted(text):
     return '"' + text.replace('"', '""') + '"'
 
 
+def argument(p):
+    if p.name == "...":
+        return p.type
+    if "(*)" in p.type:
+        return p.type.replace("(*)", f"(*{p.name})")
+    return p.type + ("" if p.type.endswith("*") else " ") + p.name
+
+
 def prototype(item):
-    arguments = [p.type if p.name == "..." else re.sub(r"\(\*\)", f"(*{p.name})", p.type)
-                 if "(*)" in p.type else f"{p.type}{'' if p.type.endswith('*') else ' '}{p.name}"
-                 for p in item.parameters] or ["void"]
+    arguments = [argument(p) for p in item.parameters] or ["void"]
     return [f".Ft {quoted(item.result)}",
             f".Fn {item.name} " + " ".join(quoted(a) for a in arguments)]
 
@@ -242,7 +248,7 @@ def main():
                 path.write_text(text)
     stale += [path.name for path in MAN.glob("kelcore*.[37]") if path.name not in pages]
     if "--check" in sys.argv[1:] and stale:
-        sys.exit(f"docs/man: not up to date: {' '.join(stale)}; docs/man/generate.py writes them")
+        sys.exit(f"not up to date: {' '.join(stale)}; docs/man/generate.py writes them")
 
 
 if __name__ == "__main__":

@@ -45,7 +45,6 @@ class Item:
     blocks: list
     result: str = ""
     parameters: list = field(default_factory=list)
-    members: list = field(default_factory=list)  # of structs and enums: (text, comment)
     trailing: str = ""
 
 
@@ -143,16 +142,6 @@ def parameter(text):
     return Parameter(plain[1].strip(), plain[2]) if plain else Parameter(text, "")
 
 
-def members_of(body):
-    """(declaration, comment) for each field or enumerator."""
-    found = []
-    for line in body.split("\n"):
-        match = re.fullmatch(r"\s*(.*?[;,]?)\s*(?:/\* (.*) \*/)?\s*", line)
-        if match and match[1]:
-            found.append((match[1].rstrip(",;"), match[2] or ""))
-    return found
-
-
 def item_of(text, blocks):
     """One declaration as an item; None for what is no one's business."""
     macro = re.match(r"#define (\w+)(\(.*?\))? *(.*?)(?: */\* (.*) \*/)?$", text)
@@ -166,7 +155,7 @@ def item_of(text, blocks):
     if body:
         kind = "enum" if text.startswith("enum") else "struct"
         name = re.search(r"(\w*);$", text)[1]
-        return Item(kind, name, text, blocks, members=members_of(body[1]))
+        return Item(kind, name, text, blocks)
     text = re.sub(r"\s+", " ", ATTRIBUTES.sub("", text)).strip()
     handle = re.fullmatch(r"typedef struct (\w+) \1;", text)
     if handle:
@@ -192,51 +181,40 @@ def declarations(text):
             current = ""
 
 
+def pieces(text):
+    """(comment's blocks, declarations) for each run of lines without a gap, or up to the
+    next comment."""
+    lines, comment, code = text.split("\n"), [], []
+    while lines:
+        line = lines.pop(0)
+        if not line or line.startswith("/*"):
+            yield comment, code
+            comment, code = [], []
+        if line.startswith("/*"):
+            told = [line]
+            while "*/" not in told[-1]:
+                told.append(lines.pop(0))
+            comment = blocks_of(comment_lines("\n".join(told)))
+        elif line:
+            code.append(line)
+    yield comment, code
+
 
 def read(path):
     text = path.read_text()
     head = re.match(r"/\*.*?\*/\n", text, re.S)
-    lines = comment_lines(head[0])
     blocks, conventions = [], {}
-    for block in blocks_of(lines):
+    for block in blocks_of(comment_lines(head[0])):
         label = re.match(r"(%s): " % "|".join(CONVENTIONS), block.lines[0])
         if block.kind == "text" and label:
             said = block.text[label.end():]
             conventions[label[1]] = said[0].upper() + said[1:]
         else:
             blocks.append(block)
-    items, comment, position = [], [], head.end()
-    rest = text[position:].split("\n")
-    pending, i = [], 0
-
-    def flush():
-        for declaration in declarations("\n".join(pending)):
-            item = item_of(declaration, comment)
-            if item:
-                items.append(item)
-        pending.clear()
-
-    while i < len(rest):
-        line = rest[i]
-        if line.startswith("/*") and not pending:
-            end = i
-            while "*/" not in rest[end]:
-                end += 1
-            comment = blocks_of(comment_lines("\n".join(rest[i:end + 1])))
-            i = end
-        elif line.startswith("/*"):
-            flush()
-            continue
-        elif not line:
-            flush()
-            comment = []
-        else:
-            pending.append(line)
-        i += 1
-    flush()
-    first = blocks[0].text
-    title = re.split(r"[:.] ?", first)[0]
-    return Header(path, title, blocks, conventions, items)
+    items = [item_of(declaration, comment) for comment, code in pieces(text[head.end():])
+             for declaration in declarations("\n".join(code))]
+    title = re.split(r"[:.] ?", blocks[0].text)[0]
+    return Header(path, title, blocks, conventions, [item for item in items if item])
 
 
 @dataclass
