@@ -60,6 +60,19 @@ configure_file("${CMAKE_CURRENT_LIST_DIR}/kelcore.pc.in"
 install(FILES "${PROJECT_BINARY_DIR}/kelcore.pc"
   DESTINATION "${_pc_dir}" COMPONENT Development)
 
+# --- shown by gdb
+
+# gdb looks in its data directory, that of the prefix /usr, for a file of the
+# library's full name under the library's own path.
+set(_gdb_dir "${CMAKE_INSTALL_LIBDIR}")
+if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  # The prefix as it is when the files are laid down.
+  set(_gdb_dir "\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}")
+endif()
+install(FILES "${PROJECT_SOURCE_DIR}/gdb/kelcore_gdb.py"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/gdb/auto-load${_gdb_dir}"
+  RENAME "libkelcore.so.${PROJECT_VERSION}-gdb.py" COMPONENT Development)
+
 # --- programs, and what goes with them
 
 # Anywhere but in the system's own place the programs look for the library beside

@@ -3,21 +3,13 @@
 # layout of public structures) with what abi/libkelcore.abi keeps:
 #   scripts/abi.sh            fails on any difference, and says which kind it is
 #   scripts/abi.sh --update   keeps the library as it is now
+#   scripts/abi.sh --build    builds the library, with debug information, and stops
 # BUILD_DIR chooses where to build, build/abi else.
 set -eu
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 baseline=$root/abi/libkelcore.abi
 build=${BUILD_DIR:-$root/build/abi}
-
-if ! command -v abidw >/dev/null || ! command -v abidiff >/dev/null; then
-  "$root/scripts/install-packages.sh" abigail-tools
-fi
-machine=$(uname -m)
-if [ "$machine" != x86_64 ]; then
-  echo "skipped: the baseline is of x86_64, this is $machine"
-  exit 0
-fi
 
 # The type descriptions come from debug information; the sources' place on this
 # machine must not get into them.
@@ -29,6 +21,17 @@ cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Debug -DKELCORE_BUILD_TESTS=OFF 
   cat "$build.log" >&2
   exit 2
 }
+
+[ "${1:-}" != --build ] || exit 0
+
+if ! command -v abidw >/dev/null || ! command -v abidiff >/dev/null; then
+  "$root/scripts/install-packages.sh" abigail-tools
+fi
+machine=$(uname -m)
+if [ "$machine" != x86_64 ]; then
+  echo "skipped: the baseline is of x86_64, this is $machine"
+  exit 0
+fi
 
 current=$build/libkelcore.abi
 # Private types may change at will. Ids that are hashes of the types, and no

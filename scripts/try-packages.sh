@@ -47,6 +47,10 @@ if command -v cc >/dev/null && command -v pkg-config >/dev/null; then
   pkg-config --cflags --libs kelcore
   cc /packages/main.c $(pkg-config --cflags --libs kelcore) -o /tmp/user
   [ "$(/tmp/user)" = "hello 1" ] || fail "a program built with the package does not work"
+  if command -v gdb >/dev/null; then
+    gdb -nx -batch -ex "break main" -ex run -ex "info pretty-printer" /tmp/user 2>&1 |
+      grep KEL_QUEUE || fail "gdb did not load the printers"
+  fi
 fi
 
 # The tools go first, and go alone.
