@@ -13,7 +13,8 @@ if(PROJECT_IS_TOP_LEVEL)
 endif()
 
 set(THREADS_PREFER_PTHREAD_FLAG ON)
-find_package(Threads REQUIRED)
+# A project that adds this one links the static library, and so the threads, too.
+find_package(Threads REQUIRED GLOBAL)
 
 # Warnings and sanitizers; link every target of the project to it privately.
 add_library(kelcore_options INTERFACE)
