@@ -36,7 +36,7 @@ traces() {
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C
 unset LD_LIBRARY_PATH || true
 
-[ -z "$(traces)" ] || fail "this system has files of an older installation: $(traces)"
+before=$(traces)
 dpkg -i /packages/*.deb
 dpkg --audit $(names) | grep . && fail "dpkg is not content"
 dpkg --verify $(names) | grep . && fail "files differ from the packages'"
@@ -58,6 +58,6 @@ dpkg -r kelcore-tools
 [ ! -e /usr/bin/kelctl ] || fail "kelctl is still there"
 dpkg -P $(names)
 ldconfig -p | grep libkelcore && fail "the loader still knows the library"
-[ -z "$(traces)" ] || fail "left behind: $(traces)"
+[ "$(traces)" = "$before" ] || fail "before there was: $before, now there is: $(traces)"
 echo "package: installed, used and removed"
 INSIDE
