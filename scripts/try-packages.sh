@@ -6,9 +6,9 @@ set -eu
 
 layer=$1/layer
 mkdir -p "$layer"
-if ! { mount -t tmpfs none "$layer" && mkdir "$layer/new" "$layer/work" "$layer/root" &&
+if ! { mount -t tmpfs none "$layer" && mkdir "$layer/new" "$layer/aside" "$layer/root" &&
   mount -t overlay overlay \
-    -o "lowerdir=/,upperdir=$layer/new,workdir=$layer/work" "$layer/root"; } 2>/dev/null; then
+    -o "lowerdir=/,upperdir=$layer/new,workdir=$layer/aside" "$layer/root"; } 2>/dev/null; then
   echo "package: no layered file systems here: the packages are not tried"
   exit 0
 fi
@@ -45,10 +45,10 @@ kelctl --version
 kelstream --version
 if command -v cc >/dev/null && command -v pkg-config >/dev/null; then
   pkg-config --cflags --libs kelcore
-  cc /packages/main.c $(pkg-config --cflags --libs kelcore) -o /tmp/user
-  [ "$(/tmp/user)" = "hello 1" ] || fail "a program built with the package does not work"
+  cc /packages/main.c $(pkg-config --cflags --libs kelcore) -o /packages/user
+  [ "$(/packages/user)" = "hello 1" ] || fail "a program built with the package does not work"
   if command -v gdb >/dev/null; then
-    gdb -nx -batch -ex "break main" -ex run -ex "info pretty-printer" /tmp/user 2>&1 |
+    gdb -nx -batch -ex "break main" -ex run -ex "info pretty-printer" /packages/user 2>&1 |
       grep KEL_QUEUE || fail "gdb did not load the printers"
   fi
 fi
