@@ -278,6 +278,7 @@ TEST_F(Pool, EachMissingListRefusesToAllocate) {
     EXPECT_EQ(trace.Take(),
               (Lines{Error("KEL_SMalloc", "can not find registerd memroy size(50)\n")}));
     KEL_SMalloc_UnRegister(50);
+    KEL_SMalloc_UnRegister(4);
     KEL_SMalloc_Init();
     KEL_SMalloc_Register(4, nullptr);
   }
