@@ -598,6 +598,19 @@ TEST_F(ForgedHeap, TheSearchEndsAtALinkThatLeadsOutside) {
   }
 }
 
+TEST_F(ForgedHeap, TheSearchLooksAtEachBlockOnce) {
+  ASSERT_NE(Alloc(8), nullptr);
+  void *between = Alloc(300);
+  ASSERT_NE(Alloc(8), nullptr);
+  KEL_VFree(heap, between);
+  trace.Take();
+  EXPECT_EQ(Alloc(600), nullptr);
+  size_t small = 0;
+  for (const std::string &message : trace.Messages("kelvirtmem", "DEBUG"))
+    small += message.starts_with("small blksize");
+  EXPECT_EQ(small, 2u) << "the one between and the last";
+}
+
 // From the first block into a circle that never comes back to it.
 TEST_F(ForgedHeap, TheSearchEndsInACircle) {
   Forge(0, 64, 0, Address(64), 8);
@@ -638,6 +651,7 @@ TEST_F(ForgedHeap, ReallocationCopiesNoMoreThanTheRegionHolds) {
   moved = static_cast<uint8_t *>(KEL_VReAlloc(heap, region.data() + 576 + kHeader, 200));
   ASSERT_EQ(moved, region.data());
   EXPECT_EQ(moved[0], 'b');
+  EXPECT_EQ(moved[kSize - 576 - kHeader], 0) << "copied from behind the end";
 }
 
 // The sizes of a block and of the one that absorbs it can wrap to nothing.
