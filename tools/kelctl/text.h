@@ -7,11 +7,11 @@
 #include <string_view>
 #include <vector>
 
+#include "utf8.h"
+
 namespace kelctl {
 
-// The length of the well-formed UTF-8 character that `text` (not empty) begins
-// with; 0 when it begins with none.
-size_t Utf8Length(std::string_view text);
+using shared::Utf8Length;
 
 // Control characters and stray bytes become \xNN: names from the system must
 // not steer the terminal.

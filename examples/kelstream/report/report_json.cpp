@@ -102,7 +102,7 @@ std::string JsonString(std::string_view text) {
   std::string result = "\"";
   while (!text.empty()) {
     const auto first = static_cast<unsigned char>(text.front());
-    const size_t length = Utf8Length(text);
+    const size_t length = shared::Utf8Length(text);
     if (length == 0) {
       result += "\\ufffd";
     } else if (first == '"' || first == '\\') {

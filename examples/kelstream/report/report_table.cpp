@@ -95,7 +95,7 @@ Row RowOf(const FileReport &file, size_t index) {
 size_t Width(std::string_view text) {
   size_t width = 0;
   for (; !text.empty(); ++width)
-    text.remove_prefix(std::max<size_t>(Utf8Length(text), 1));
+    text.remove_prefix(std::max<size_t>(shared::Utf8Length(text), 1));
   return width;
 }
 
@@ -125,7 +125,7 @@ std::string FormatText(const StreamReport &stream) {
 std::string Printable(std::string_view text) {
   std::string result;
   while (!text.empty()) {
-    const size_t length = Utf8Length(text);
+    const size_t length = shared::Utf8Length(text);
     const auto first = static_cast<unsigned char>(text.front());
     // The second half of the control characters is C2 80 to C2 9F in UTF-8.
     const bool control =

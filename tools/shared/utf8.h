@@ -1,12 +1,16 @@
-// Walks through a text that should be UTF-8 and may be anything.
+// Walks through a text that should be UTF-8 and may be anything. Shared by the
+// programs that print and escape such texts.
+#pragma once
 
-#include "utf8.h"
-
+#include <cstddef>
 #include <cstdint>
+#include <string_view>
 
-namespace kelstream {
+namespace shared {
 
-size_t Utf8Length(std::string_view text) {
+// The length of the well-formed character that `text` (not empty) begins with;
+// 0 when it begins with none.
+inline size_t Utf8Length(std::string_view text) {
   const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
   const uint8_t lead = byte(0);
   if (lead < 0x80)
@@ -34,4 +38,4 @@ size_t Utf8Length(std::string_view text) {
   return length;
 }
 
-}  // namespace kelstream
+}  // namespace shared
