@@ -6,8 +6,8 @@
 #include <stdint.h>
 
 /* The version of the headers: major.minor.patch. */
-#define KELCORE_VERSION_MAJOR 0
-#define KELCORE_VERSION_MINOR 1
+#define KELCORE_VERSION_MAJOR 1
+#define KELCORE_VERSION_MINOR 0
 #define KELCORE_VERSION_PATCH 0
 
 #ifdef __cplusplus

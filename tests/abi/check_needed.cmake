@@ -1,6 +1,6 @@
 cmake_minimum_required(VERSION 3.25)
 
-# cmake -DLIBRARY=libkelcore.so -DREADELF=readelf -DSONAME=libkelcore.so.0 -P check_needed.cmake
+# cmake -DLIBRARY=libkelcore.so -DREADELF=readelf -DSONAME=libkelcore.so.1 -P check_needed.cmake
 # The library may need the C library and nothing else, and bears its SONAME.
 execute_process(COMMAND ${READELF} -d ${LIBRARY}
                 OUTPUT_VARIABLE dynamic COMMAND_ERROR_IS_FATAL ANY)
