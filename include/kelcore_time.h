@@ -63,7 +63,8 @@ KEL_API int64_t KEL_TimevalDiff(const struct timeval *start, const struct timeva
 /* a + b for normalised values (nanoseconds below 1,000,000,000). */
 KEL_API struct timespec KEL_TimespecAdd(struct timespec a, struct timespec b);
 
-/* Writes the local calendar time of now. Returns 0 always. */
+/* Writes the local calendar time of now. Returns 0 always; a date that the C
+ * library cannot tell (its year does not fit) leaves *time as it was. */
 KEL_API int32_t KEL_GetlocalTime(struct tm *time);
 
 typedef struct KEL_TIMER KEL_TIMER;

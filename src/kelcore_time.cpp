@@ -249,7 +249,9 @@ timespec KEL_TimespecAdd(timespec a, timespec b) {
 
 int32_t KEL_GetlocalTime(tm *time_out) {
   const time_t now = time(nullptr);
-  *time_out = *localtime(&now);
+  if (const tm *local = localtime(&now)) {
+    *time_out = *local;
+  }
   return 0;
 }
 

@@ -211,6 +211,14 @@ TEST(LocalTime, CopiesTheWholeRecord) {
   EXPECT_EQ(memcmp(&result, &shown, sizeof shown), 0);
 }
 
+TEST(LocalTime, LeavesTheRecordAsItWasWhenTheCLibraryHasNoDate) {
+  faults::localtime.Replace([](const time_t *) { return nullptr; });
+  tm result{};
+  result.tm_year = 77;
+  EXPECT_EQ(KEL_GetlocalTime(&result), 0);
+  EXPECT_EQ(result.tm_year, 77);
+}
+
 TEST(LocalTime, IsTheCLibrarysCalendar) {
   const time_t now = 1'000'000'000;
   faults::time.Replace([=](time_t *) { return now; });
