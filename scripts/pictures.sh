@@ -21,4 +21,6 @@ for name in kelstream kelctl; do
     --command "sh docs/pictures/$name.sh" "build/pictures/$name.cast"
   termtosvg render "build/pictures/$name.cast" "docs/pictures/$name.svg" \
     --template window_frame --loop-delay 4000
+  # For viewers that know only the older way to keep spaces.
+  sed -i '1s/<svg /<svg xml:space="preserve" /' "docs/pictures/$name.svg"
 done
