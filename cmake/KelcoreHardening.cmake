@@ -13,9 +13,9 @@ include(CheckPIESupported)
 check_pie_supported(LANGUAGES C CXX)
 set_target_properties(kelcore_hardening PROPERTIES INTERFACE_POSITION_INDEPENDENT_CODE ON)
 
-# The builder's directories are nobody's business, in what ships.
+# No format comes from data. The builder's directories are nobody's business, in what ships.
 target_compile_options(kelcore_hardening INTERFACE
-  -fstack-protector-strong -Wformat -Wformat-security
+  -fstack-protector-strong -Wformat=2 -Wformat-nonliteral
   "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
 
 # The checked functions of the C library need an optimising compiler; sanitizers

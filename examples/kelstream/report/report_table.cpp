@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
 
 #include "report.h"
@@ -24,10 +25,12 @@ constexpr std::array<const char *, kColumns> kTitles = {
 constexpr std::array<bool, kColumns> kRight = {false, true, true, false, false, false,
                                                true,  true, true, false, true,  true};
 
-template <typename... Values>
-std::string Print(const char *format, Values... values) {
+[[gnu::format(printf, 1, 2)]] std::string Print(const char *format, ...) {
   char text[96];
-  std::snprintf(text, sizeof text, format, values...);
+  va_list values;
+  va_start(values, format);
+  std::vsnprintf(text, sizeof text, format, values);
+  va_end(values);
   return text;
 }
 
