@@ -1,11 +1,15 @@
-// A media pool with one writer and up to eight readers that lag, quit and join.
+// A media pool with one writer and up to eight readers that lag, quit and join. Some
+// break the rules: they quit while they hold frames, or lag until the ring is full and
+// they read as if they had read all.
 
 #include <kelcore_buffer.h>
 #include <kelcore_event.h>
+#include <kelcore_mem.h>
 
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -15,21 +19,53 @@ namespace {
 
 constexpr int32_t kNoRoom = -28, kNothing = -25;
 
+// Areas from outside, and what became of them.
+std::atomic<int> areas_out{0};
+
+void *TakeArea(uint32_t size) {
+  ++areas_out;
+  return KEL_Malloc(size, 0, KEL_NO_FILL, __FILE__, __LINE__, __func__);
+}
+
+void GiveArea(void *area) {
+  --areas_out;
+  KEL_Free(area, 0);
+}
+
 class Round {
  public:
-  explicit Round(stress::Random &random) : random_(random) {
+  explicit Round(stress::Random &random) : random_(random), overruns_(random.OneIn(3)) {
     param_.minsize = random.Between(64, 2000);
     param_.bufsize = param_.minsize * random.Between(3, 20) + random.Below(100);
     param_.number = random.OneIn(2) ? random.Between(3, 10) : 1000;
+    if (overruns_) {  // the ring is to be full before the area is
+      param_.number = random.Between(3, 10);
+      param_.bufsize = param_.minsize * (param_.number + 3);
+    }
     param_.align = random.OneIn(2) ? 0 : random.Between(1, 16);
     param_.media = 1;
+    switch (random.Below(3)) {
+      case 0:
+        param_.alloc = TakeArea;
+        param_.free = GiveArea;
+        break;
+      case 1:  // goes with the pool
+        param_.area = KEL_Malloc(param_.bufsize + 16, 0, KEL_NO_FILL, __FILE__, __LINE__,
+                                 __func__);
+        break;
+      default:
+        break;
+    }
+    deserters_ = random.OneIn(3);
     writer_ = KELBuf_Create(&param_, nullptr);
     stress::Expect(writer_ != nullptr, "no pool");
     space_ = KEL_EventCreate(nullptr);
+    places_.resize(param_.number);
   }
   ~Round() {
     KELBuf_Destroy(writer_);
     KEL_EventDestroy(space_);
+    stress::Expect(areas_out == 0, "an area is not given back");
   }
   Round(const Round &) = delete;
   Round &operator=(const Round &) = delete;
@@ -45,15 +81,16 @@ class Round {
     Write();
     for (std::thread &thread : readers)
       thread.join();
-    KEL_BUF_STATUS status;
-    stress::Expect(
-        KELBuf_BufStatus(writer_, &status) == 0 && status.filled == 0 && status.used == 0,
-        "%u frames and %u bytes are left", status.filled, status.used);
+    CheckFilled();
     stress::Expect(KELBuf_GetBufRefCnt(writer_) == 1, "%d handles are left",
                    KELBuf_GetBufRefCnt(writer_));
     stress::Count("written", written_);
     stress::Count("read", read_);
     stress::Count("joined", joined_);
+    stress::Count("deserted", deserted_);
+    stress::Count("overrun", overrun_);
+    stress::Count("stuck-frames", stuck_.size());
+    stress::Count("clogged", clogged_ ? 1 : 0);
     stress::Count("no-room", no_room_);
   }
 
@@ -68,29 +105,56 @@ class Round {
   }
 
   void Write() {
-    while (written_ < frames_ && stress::Going())
+    while (written_ < frames_ && !clogged_ && stress::Going())
       if (!WriteOne()) {
         ++no_room_;
         writer_waits_ = true;
+        TellTheLate();
         // The event comes as soon as a reader deletes; the limit is for the case
         // that the last one has done so just before.
         KEL_EventWait(space_, 20);
+        NoteClogging();
       }
-    const std::lock_guard<std::mutex> guard(members_);
+    const std::lock_guard<std::recursive_mutex> guard(members_);
     finished_ = true;
+    TellTheLate();
     for (KEL_SEMA *event : listeners_)
       KEL_EventSend(event);
   }
-  bool WriteOne() {
-    const std::lock_guard<std::mutex> guard(members_);
-    // Behind by all frames, a reader would take itself for one that has read all.
+  void TellTheLate() {
+    ++shortages_;
+    shortages_.notify_all();
+  }
+  // Frames that deserters hold stay: nothing but them is left, and yet no room.
+  void NoteClogging() {
+    const std::lock_guard<std::recursive_mutex> guard(members_);
     KEL_BUF_STATUS status;
     KELBuf_BufStatus(writer_, &status);
-    if (status.filled + 1 >= param_.number)
+    KEL_BUF_DESC frame{};
+    const bool full = status.filled + 1 >= param_.number && !overruns_;
+    clogged_ = !stuck_.empty() && status.filled == stuck_.size() &&
+               (full || KELBuf_GetWBuf(writer_, &frame) == kNoRoom);
+  }
+  // What is held is what somebody has left without deleting it.
+  void CheckFilled() {
+    KEL_BUF_STATUS status;
+    stress::Expect(KELBuf_BufStatus(writer_, &status) == 0 && status.used == 0 &&
+                       status.filled == stuck_.size() && status.span == 0,
+                   "%u frames and %u bytes are left, %zu are stuck", status.filled,
+                   status.used, stuck_.size());
+  }
+  bool WriteOne() {
+    const std::lock_guard<std::recursive_mutex> guard(members_);
+    // Behind by all frames, a reader takes itself for one that has read all: to be
+    // avoided, unless readers know how to help themselves.
+    KEL_BUF_STATUS status;
+    KELBuf_BufStatus(writer_, &status);
+    if (status.filled + 1 >= param_.number && !overruns_)
       return false;
     KEL_BUF_DESC frame{};
     const int32_t result = KELBuf_GetWBuf(writer_, &frame);
     stress::Expect(result == 0 || result == kNoRoom, "asking for room gives %d", result);
+    stress::Expect(result == 0 || status.filled > 0, "no room in an empty pool");
     if (result != 0)
       return false;
     frame.size = random_.Between(1, LargestFrame());
@@ -98,6 +162,7 @@ class Round {
     frame.second = frame.size;
     stress::Fill(frame.data, frame.size, written_);
     stress::Expect(KELBuf_FillWBuf(writer_, &frame) == 0, "a frame is refused");
+    places_[written_ % param_.number] = frame.data;
     ++written_;
     // The writer's own handle reads, too; being done at once, it has a position
     // from which readers can join.
@@ -120,19 +185,27 @@ class Round {
       const uint64_t life = random.OneIn(3) ? UINT64_MAX : random.Below(300);
       for (uint64_t i = 0; i < life; ++i) {
         if (random.OneIn(30))
-          for (uint32_t lag = random.Below(50); lag > 0; --lag)
-            std::this_thread::yield();
+          Lag(random);
         // One event for each frame, and one for the end.
         KEL_EventWait(event, KEL_WAIT_FOREVER);
-        if (!ReadOne(reader, next))
+        if (!ReadOne(reader, next) && !CatchUp(reader, next))
           break;
         stress::Going();
       }
-      last = Quit(reader, event, next);
+      last = Quit(reader, event, next, deserters_ && random.OneIn(4));
     }
   }
+  // For a while, or until the writer comes no further.
+  void Lag(stress::Random &random) {
+    const uint32_t before = shortages_;
+    if (random.OneIn(4) && !writer_waits_ && !finished_)
+      shortages_.wait(before);
+    else
+      for (uint32_t turns = random.Below(50); turns > 0; --turns)
+        std::this_thread::yield();
+  }
   KEL_BUF *Join(KEL_SEMA *event, uint64_t &next) {
-    const std::lock_guard<std::mutex> guard(members_);
+    const std::lock_guard<std::recursive_mutex> guard(members_);
     KEL_BUF *reader = KELBuf_Create(&param_, writer_);
     next = written_;
     listeners_.push_back(event);
@@ -144,10 +217,17 @@ class Round {
                    listeners_.size());
     return reader;
   }
-  // Reads what is left, so that no frame waits for the one that has gone.
-  bool Quit(KEL_BUF *reader, KEL_SEMA *event, uint64_t &next) {
-    const std::lock_guard<std::mutex> guard(members_);
-    while (ReadOne(reader, next)) {
+  // Reads what is left, so that no frame waits for the one that has gone; but a
+  // deserter leaves at once.
+  bool Quit(KEL_BUF *reader, KEL_SEMA *event, uint64_t &next, bool deserts) {
+    const std::lock_guard<std::recursive_mutex> guard(members_);
+    if (deserts && next < written_) {
+      ++deserted_;
+      while (next < written_)
+        stuck_.insert(next++);
+    } else {
+      while (ReadOne(reader, next) || CatchUpLocked(reader, next)) {
+      }
     }
     stress::Expect(next == written_, "frame %llu of %llu comes not",
                    static_cast<unsigned long long>(next),
@@ -157,6 +237,37 @@ class Round {
     KEL_EventDestroy(event);
     return finished_;
   }
+  // A reader that gets nothing has read all, or none at all of a full ring. It knows
+  // then that it loses a frame, goes on with the one behind, and reads that.
+  bool CatchUp(KEL_BUF *reader, uint64_t &next) {
+    const std::lock_guard<std::recursive_mutex> guard(members_);
+    // The next frame may have come just now.
+    return ReadOne(reader, next) || CatchUpLocked(reader, next);
+  }
+  bool CatchUpLocked(KEL_BUF *reader, uint64_t &next) {
+    return next != written_ && StepOver(reader, next) && ReadOne(reader, next);
+  }
+  // From a frame that it can neither read nor delete any more to the one behind.
+  bool StepOver(KEL_BUF *reader, uint64_t &next) {
+    KEL_BUF_STATUS status;
+    KELBuf_BufStatus(reader, &status);
+    const bool behind_by_all = overruns_ && written_ - next == param_.number &&
+                               status.filled == param_.number &&
+                               status.read_index == status.write_index;
+    stress::Expect(behind_by_all, "frame %llu of %llu cannot be read, the ring holds %u of %u",
+                   static_cast<unsigned long long>(next),
+                   static_cast<unsigned long long>(written_), status.filled, param_.number);
+    if (!behind_by_all)
+      return false;
+    ++overrun_;
+    stuck_.insert(next++);
+    KEL_BUF_DESC found{};
+    stress::Expect(KELBuf_FindRBuf(reader, places_[next % param_.number], &found) == 0 &&
+                       found.time_stamp == next,
+                   "frame %llu is not found", static_cast<unsigned long long>(next));
+    return true;
+  }
+  // Each frame once, and in order.
   bool ReadOne(KEL_BUF *reader, uint64_t &next) {
     KEL_BUF_DESC frame{};
     const int32_t result = KELBuf_GetRBuf(reader, &frame);
@@ -173,26 +284,37 @@ class Round {
     stress::Expect(!whole || stress::Holds(frame.data, frame.size, next),
                    "frame %llu is overwritten while it is read",
                    static_cast<unsigned long long>(next));
-    ++next;
     read_.fetch_add(1, std::memory_order_relaxed);
-    stress::Expect(KELBuf_DelRBuf(reader, &frame) == 0, "a frame cannot be deleted");
+    const int32_t deleted = KELBuf_DelRBuf(reader, &frame);
+    if (deleted == kNothing && overruns_) {  // the ring got full meanwhile
+      const std::lock_guard<std::recursive_mutex> guard(members_);
+      return StepOver(reader, next);
+    }
+    stress::Expect(deleted == 0, "deleting frame %llu gives %d",
+                   static_cast<unsigned long long>(next), deleted);
+    ++next;
     if (writer_waits_.exchange(false))
       KEL_EventSend(space_);
     return true;
   }
 
   stress::Random &random_;
+  const bool overruns_;  // the ring may get full
+  bool deserters_ = false;
   KEL_BUF_PARAM param_{};
   KEL_BUF *writer_;
   KEL_SEMA *space_;
-  std::atomic<bool> writer_waits_{false};
+  std::atomic<bool> writer_waits_{false}, finished_{false};
+  std::atomic<uint32_t> shortages_{0};  // of room, and in the end one more
   uint32_t frames_ = 0;
   uint64_t no_room_ = 0;
+  bool clogged_ = false;
   std::atomic<uint64_t> read_{0};
-  std::mutex members_;  // held while somebody writes, joins or quits
+  std::recursive_mutex members_;  // held to write, to join, to catch up, to quit
   std::vector<KEL_SEMA *> listeners_;
-  uint64_t written_ = 0, joined_ = 0;
-  bool finished_ = false;
+  std::vector<void *> places_;  // of the newest frames, by number
+  std::set<uint64_t> stuck_;    // frames that somebody did not delete
+  uint64_t written_ = 0, joined_ = 0, deserted_ = 0, overrun_ = 0;
 };
 
 void Rounds() {
@@ -206,5 +328,6 @@ void Rounds() {
 }  // namespace
 
 int main() {
-  return stress::Main("buffer", {{"readers", Rounds}});
+  return stress::Main("buffer", "every reader gets every frame once, but those it knows of",
+                      {{"readers", Rounds}});
 }

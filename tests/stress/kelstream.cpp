@@ -259,5 +259,6 @@ void Rounds() {
 }  // namespace
 
 int main() {
-  return stress::Main("kelstream", {{"publish-and-watch", Rounds}});
+  return stress::Main("kelstream", "totals agree, nothing stays in the system",
+                      {{"publish-and-watch", Rounds}});
 }

@@ -181,5 +181,5 @@ void Rounds() {
 }  // namespace
 
 int main() {
-  return stress::Main("msg", {{"limit", Rounds}});
+  return stress::Main("msg", "received = sent, in order, none twice", {{"limit", Rounds}});
 }

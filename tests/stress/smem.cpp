@@ -190,6 +190,6 @@ void Rounds(bool with_nodes) {
 }  // namespace
 
 int main() {
-  return stress::Main("smem",
+  return stress::Main("smem", "allocated = freed, no block in two hands",
                       {{"churn", [] { Rounds(false); }}, {"with-nodes", [] { Rounds(true); }}});
 }

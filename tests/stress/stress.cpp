@@ -1,5 +1,6 @@
 #include "stress.h"
 
+#include <kelcore_mem.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdarg.h>
@@ -10,11 +11,12 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <map>
 #include <mutex>
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace stress {
 namespace {
@@ -35,8 +37,31 @@ std::atomic<int> failures{0};
 std::atomic<const char *> current_case{""};
 std::atomic<void (*)()> clean_up{nullptr};
 
+// In the order in which they were first mentioned.
+using Counts = std::vector<std::pair<std::string, uint64_t>>;
 std::mutex counts_mutex;
-std::map<std::string, uint64_t> counts;
+Counts counts, counts_of_all;
+
+std::atomic<int64_t> blocks_held{0};  // by the library
+thread_local bool follow_blocks = true;
+
+void AddTo(Counts &all, const std::string &what, uint64_t amount) {
+  for (auto &[name, sum] : all)
+    if (name == what) {
+      sum += amount;
+      return;
+    }
+  all.emplace_back(what, amount);
+}
+
+void Print(const Counts &all) {
+  for (const auto &[what, amount] : all)
+    printf(" %s=%llu", what.c_str(), static_cast<unsigned long long>(amount));
+}
+
+double SecondsSince(Clock::time_point begin) {
+  return std::chrono::duration<double>(Clock::now() - begin).count();
+}
 
 double SecondsToRun() {
   constexpr double kDefault = 2;
@@ -117,15 +142,18 @@ void RunCase(const char *name, const Case &each, double seconds) {
       std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
   deadline = (begin + time).time_since_epoch().count();
   const int failures_before = failures;
+  const int64_t blocks_before = blocks_held;
   each.run();
-  const std::chrono::duration<double> took = Clock::now() - begin;
+  Expect(blocks_held == blocks_before, "the library keeps %lld blocks of memory",
+         static_cast<long long>(blocks_held - blocks_before));
   printf("%s %s/%s in %.1f s:", failures == failures_before ? "ok    " : "FAILED", name,
-         each.name, took.count());
+         each.name, SecondsSince(begin));
   const std::lock_guard<std::mutex> guard(counts_mutex);
-  for (const auto &[what, amount] : counts)
-    printf(" %s=%llu", what.c_str(), static_cast<unsigned long long>(amount));
+  Print(counts);
   printf("\n");
   fflush(stdout);
+  for (const auto &[what, amount] : counts)
+    AddTo(counts_of_all, what, amount);
   counts.clear();
 }
 
@@ -148,9 +176,17 @@ bool Going() {
          Clock::now().time_since_epoch().count() < deadline;
 }
 
+void TakeYourTime() {
+  deadline = Clock::time_point::max().time_since_epoch().count();
+}
+
 void Count(const char *what, uint64_t amount) {
   const std::lock_guard<std::mutex> guard(counts_mutex);
-  counts[what] += amount;
+  AddTo(counts, what, amount);
+}
+
+void FollowBlocks(bool follow) {
+  follow_blocks = follow;
 }
 
 void Expect(bool good, const char *format, ...) {
@@ -193,12 +229,13 @@ bool IsZero(const void *block, uint32_t size) {
   return true;
 }
 
-int Main(const char *name, std::initializer_list<Case> cases) {
+int Main(const char *name, const char *invariant, std::initializer_list<Case> cases) {
   seed = Seed();
   printf("stress_%s: KELCORE_STRESS_SEED=%llu repeats these choices\n", name,
          static_cast<unsigned long long>(seed));
   fflush(stdout);
   CatchInterrupts();
+  const auto begin = Clock::now();
   {
     const Watchdog watchdog;
     const double seconds = SecondsToRun() / static_cast<double>(cases.size());
@@ -208,6 +245,9 @@ int Main(const char *name, std::initializer_list<Case> cases) {
       RunCase(name, each, seconds);
     }
   }
+  printf("counted %s | %.1f s |", name, SecondsSince(begin));
+  Print(counts_of_all);
+  printf(" | %s%s\n", failures > 0 ? "BROKEN: " : "", invariant);
   if (failures > 0)
     printf("stress_%s: %d FAILURES\n", name, failures.load());
   else
@@ -221,3 +261,19 @@ void SetCleanUp(void (*hook)()) {
 }
 
 }  // namespace stress
+
+// The library tells what it allocates.
+void KEL_MemTblAdd(void *block, uint32_t, uint32_t, const char *, int32_t, const char *) {
+  if (block != nullptr && stress::follow_blocks)
+    stress::blocks_held.fetch_add(1, std::memory_order_relaxed);
+}
+void KEL_MemTblUpdate(void *old_block, void *new_block, uint32_t size) {
+  if (old_block == nullptr)
+    KEL_MemTblAdd(new_block, size, 0, nullptr, 0, nullptr);
+  else if (size == 0)
+    KEL_MemTblRemove(old_block, 0);
+}
+void KEL_MemTblRemove(void *block, uint32_t) {
+  if (block != nullptr && stress::follow_blocks)
+    stress::blocks_held.fetch_sub(1, std::memory_order_relaxed);
+}
