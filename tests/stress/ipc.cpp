@@ -29,7 +29,9 @@ namespace {
 
 constexpr uint32_t kSenders = 3;
 constexpr uint32_t kLives = 16;  // of one sender, in one round
+constexpr uint32_t kManyKills = 40;
 constexpr uint32_t kPayload = 200;
+constexpr uint32_t kNumbers = 1 << 15;  // of messages in one life, the first being 1
 constexpr uint32_t kPatienceMs = 50;
 
 // Seen by all processes.
@@ -37,9 +39,11 @@ struct Ledger {
   std::atomic<bool> stop_sending, stop_receiving;
   struct Life {
     std::atomic<uint64_t> begun, done;  // by the sender: before and after each send
-    std::atomic<uint64_t> last;         // by the receiver: the newest number that came
+    // By the receiver: how often each came, and the newest of each order of its own.
+    std::atomic<uint8_t> came[kNumbers];
+    std::atomic<uint32_t> newest[kPayload + 1];
   } lives[kSenders][kLives];
-  std::atomic<uint64_t> received, missing, torn, disorder, failed;
+  std::atomic<uint64_t> received, torn, disorder, failed;
 };
 
 class SharedLedger {
@@ -69,7 +73,7 @@ uint64_t KeyOf(const KEL_IPC_MSG_HEADER &header) {
   return uint64_t{header.word} << 40 | header.further;
 }
 
-// One of the two families over a queue.
+// One of the families over a queue.
 class Channel {
  public:
   virtual ~Channel() = default;
@@ -79,41 +83,70 @@ class Channel {
   virtual bool Receive(Message &message) = 0;
 };
 
-class Standard : public Channel {
+enum class Role { kReceiver, kSender };
+
+uint32_t SizeOf(const Message &message) {
+  return static_cast<uint32_t>(sizeof message.header) +
+         static_cast<uint32_t>(message.header.length);
+}
+
+// What standard and custom messages share.
+class OfFirstFamily : public Channel {
  public:
-  Standard(const std::string &name, uint32_t count)
-      : ipc_(KEL_IPCOpen(name.c_str(), static_cast<int32_t>(count), kPayload, 0)) {}
-  ~Standard() override {
+  explicit OfFirstFamily(KEL_IPC *ipc) : ipc_(ipc) {}
+  ~OfFirstFamily() override {
     void *message = KEL_IPCGetMsg(ipc_, nullptr);
     KEL_IPCClose(ipc_);
     KEL_Free(message, 0);  // closing leaves it to its users
   }
-  Standard(const Standard &) = delete;
-  Standard &operator=(const Standard &) = delete;
+  OfFirstFamily(const OfFirstFamily &) = delete;
+  OfFirstFamily &operator=(const OfFirstFamily &) = delete;
   bool ok() const override { return ipc_ != nullptr; }
-  bool Send(const Message &message, uint32_t timeout) override {
-    return KEL_IPCSend(ipc_, &message, 0, timeout) == 0;
-  }
   bool Receive(Message &message) override {
     return KEL_IPCReceive(ipc_, &message, kPatienceMs) == 0;
   }
 
- private:
-  KEL_IPC *ipc_;
+ protected:
+  KEL_IPC *const ipc_;
+};
+
+class Standard : public OfFirstFamily {
+ public:
+  static constexpr bool kTakesTurns = true, kLongestFirst = false;
+  Standard(const std::string &name, uint32_t count, Role)
+      : OfFirstFamily(
+            KEL_IPCOpen(name.c_str(), static_cast<int32_t>(count), kPayload, 0)) {}
+  bool Send(const Message &message, uint32_t timeout) override {
+    return KEL_IPCSend(ipc_, &message, 0, timeout) == 0;
+  }
+};
+
+// With a semaphore for the senders' turns, or without. Who only sends joins what others
+// have made.
+template <bool turns>
+class Custom : public OfFirstFamily {
+ public:
+  static constexpr bool kTakesTurns = turns, kLongestFirst = true;
+  Custom(const std::string &name, uint32_t count, Role role)
+      : OfFirstFamily(KEL_IPCOpen_CustomMsg(
+            name.c_str(), static_cast<int32_t>(count), sizeof(Message), 0,
+            turns ? name.c_str() : nullptr, role == Role::kReceiver ? 1 : 0)) {}
+  bool Send(const Message &message, uint32_t timeout) override {
+    return KEL_IPCSend_CustomMsg(ipc_, &message, SizeOf(message), timeout) == 0;
+  }
 };
 
 class Raw : public Channel {
  public:
-  Raw(const std::string &name, uint32_t count)
+  static constexpr bool kTakesTurns = false, kLongestFirst = false;
+  Raw(const std::string &name, uint32_t count, Role)
       : queue_(KEL_IPC_MsgOpen(name.c_str(), count, sizeof(Message), 1)) {}
   ~Raw() override { KEL_IPC_MsgClose(queue_); }
   Raw(const Raw &) = delete;
   Raw &operator=(const Raw &) = delete;
   bool ok() const override { return queue_ != nullptr; }
   bool Send(const Message &message, uint32_t) override {
-    const auto length = static_cast<uint32_t>(message.header.length);
-    return KEL_IPC_MsgSend(queue_, &message,
-                           static_cast<uint32_t>(sizeof message.header) + length) == 0;
+    return KEL_IPC_MsgSend(queue_, &message, SizeOf(message)) == 0;
   }
   bool Receive(Message &message) override {
     return KEL_IPC_MsgRecv(queue_, &message, sizeof message, kPatienceMs) > 0;
@@ -128,12 +161,12 @@ class Round {
  public:
   // A sender that is killed can take its turn to send with it. While fewer are killed
   // than there are turns, one for each message, the others go on.
-  Round(stress::Random &random, uint32_t most_kills)
+  explicit Round(stress::Random &random)
       : random_(random),
         count_(random.Between(2, 8)),
-        kills_left_(random.Below(most_kills != 0 ? most_kills : count_)),
+        kills_left_(random.Below(Family::kTakesTurns ? count_ : kManyKills)),
         name_("/kelcore-stress-" + std::to_string(getpid())),
-        channel_(name_, count_) {}
+        channel_(name_, count_, Role::kReceiver) {}
 
   void Run() {
     stress::Expect(channel_.ok(), "no queue");
@@ -158,9 +191,7 @@ class Round {
       Reap(sender);
     ledger_->stop_receiving = true;
     Reap(receiver_);
-    Message message;
-    while (channel_.Receive(message))
-      Account(message);
+    Drain();
     Check();
   }
 
@@ -172,12 +203,12 @@ class Round {
     stress::Expect(pipe2(opened, O_CLOEXEC) == 0, "no pipe");
     for (uint32_t i = 0; i < kSenders; ++i)
       senders_[i] = Start([&] {
-        Family own(name_, count_);
+        Family own(name_, count_, Role::kSender);
         Opened(opened[1], own);
         SendAll(i, own);
       });
     receiver_ = Start([&] {
-      Family own(name_, count_);
+      Family own(name_, count_, Role::kReceiver);
       Opened(opened[1], own);
       ReceiveAll(own);
     });
@@ -241,7 +272,7 @@ class Round {
     typename Ledger::Life &life = ledger_->lives[self][life_[self]];
     Message message{};
     message.header.word = self << 16 | life_[self];
-    for (uint64_t number = 1; !ledger_->stop_sending; ++number) {
+    for (uint64_t number = 1; number < kNumbers && !ledger_->stop_sending; ++number) {
       message.header.further = number;
       const uint64_t key = KeyOf(message.header);
       const auto length = static_cast<uint32_t>(stress::Mix(key) % (kPayload + 1));
@@ -269,7 +300,7 @@ class Round {
   void Account(const Message &message) {
     const uint32_t sender = message.header.word >> 16, life = message.header.word & 0xFFFF;
     const uint64_t number = message.header.further;
-    if (sender >= kSenders || life >= kLives ||
+    if (sender >= kSenders || life >= kLives || number >= kNumbers ||
         static_cast<uint32_t>(message.header.length) !=
             stress::Mix(KeyOf(message.header)) % (kPayload + 1) ||
         !stress::Holds(message.payload, static_cast<uint32_t>(message.header.length),
@@ -277,24 +308,37 @@ class Round {
       ++ledger_->torn;
       return;
     }
-    std::atomic<uint64_t> &last = ledger_->lives[sender][life].last;
-    if (number <= last)
+    typename Ledger::Life &one = ledger_->lives[sender][life];
+    // The longest come first: only those of one length keep their order.
+    const auto order = Family::kLongestFirst ? message.header.length : 0;
+    if (one.came[number].fetch_add(1) != 0 || number <= one.newest[order])
       ++ledger_->disorder;
-    else
-      ledger_->missing += number - last - 1;
-    last = number;
+    one.newest[order] = static_cast<uint32_t>(number);
     ++ledger_->received;
   }
 
   // ---- In the end ----
 
+  // What is left when all others have gone.
+  void Drain() {
+    Message message;
+    for (int32_t last = kPayload; channel_.Receive(message); last = message.header.length) {
+      Account(message);
+      stress::Expect(!Family::kLongestFirst || message.header.length <= last,
+                     "a longer message comes later");
+    }
+  }
+
   void Check() {
-    uint64_t missing = ledger_->missing;
+    uint64_t missing = 0;
     for (const auto &sender : ledger_->lives)
       for (const auto &life : sender) {
-        stress::Expect(life.last <= life.begun, "a message came that nobody sent");
-        if (life.last < life.done)
-          missing += life.done - life.last;
+        const uint64_t begun = life.begun, done = life.done;
+        for (uint64_t number = 1; number <= done; ++number)
+          missing += life.came[number] == 0 ? 1 : 0;
+        // A sender that is killed may have sent what it had begun, and nothing else.
+        for (uint64_t number = begun + 1; number < kNumbers; ++number)
+          stress::Expect(life.came[number] == 0, "a message came that nobody sent");
       }
     stress::Expect(missing <= receiver_kills_,
                    "%llu messages are lost, with %llu receivers killed",
@@ -327,10 +371,10 @@ class Round {
 };
 
 template <typename Family>
-void Rounds(uint32_t most_kills) {
+void Rounds() {
   stress::Random random;
   do {
-    Round<Family>(random, most_kills).Run();
+    Round<Family>(random).Run();
     stress::Count("rounds", 1);
   } while (stress::Going());
 }
@@ -345,6 +389,9 @@ void UnlinkAll() {
 
 int main() {
   stress::SetCleanUp(UnlinkAll);
-  return stress::Main(
-      "ipc", {{"standard", [] { Rounds<Standard>(0); }}, {"raw", [] { Rounds<Raw>(40); }}});
+  return stress::Main("ipc", "none torn, none twice, at most one lost per killed receiver",
+                      {{"standard", Rounds<Standard>},
+                       {"custom", Rounds<Custom<false>>},
+                       {"custom-turns", Rounds<Custom<true>>},
+                       {"raw", Rounds<Raw>}});
 }

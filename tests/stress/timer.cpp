@@ -1,5 +1,6 @@
 // Timers of about a millisecond on several threads, started, stopped and destroyed
-// at random moments, also from their own callbacks.
+// at random moments, also from their own callbacks. What is stopped comes to rest, and
+// what is destroyed calls no more.
 
 #include <kelcore_time.h>
 
@@ -60,23 +61,26 @@ void Await(Condition condition) {
     std::this_thread::sleep_for(std::chrono::microseconds(200));
 }
 
+constexpr uint32_t kThreads = 4;
+// When a timer is stopped one signal can be pending, and each thread be at the
+// beginning of a callback: those that work and the one that waits for them.
+constexpr uint32_t kStragglers = kThreads + 2;
+
 class Life {
  public:
   explicit Life(stress::Random &random) : random_(random), slot_(std::make_unique<Slot>()) {}
 
   // The slot, which late callbacks would find.
   std::unique_ptr<Slot> Run() {
-    switch (random_.Below(4)) {
-      case 0:
-        Once();
-        break;
-      case 1:
-        EndsItself();
-        break;
-      default:
-        Periodic();
-        break;
-    }
+    const uint32_t kind = random_.Below(20);
+    if (kind == 0)
+      ComesToRest();
+    else if (kind <= 5)
+      Once();
+    else if (kind <= 10)
+      EndsItself();
+    else
+      Periodic();
     return std::move(slot_);
   }
 
@@ -103,6 +107,32 @@ class Life {
     Destroy(timer);
     stress::Expect(slot_->calls <= 1, "a timer that is started once calls %u times",
                    slot_->calls.load());
+  }
+
+  // A stopped timer says no more, while another one says that the time goes on; started
+  // again it is there.
+  void ComesToRest() {
+    KEL_TIMER *timer = Create(1000, Tick);
+    const uint32_t loop = random_.OneIn(4) ? 0 : 1;
+    KEL_TimerStart(timer, 0, loop, nullptr, nullptr);
+    if (random_.OneIn(2) && (loop != 0 || kEverySignalComes))
+      Await([this] { return slot_->calls > 0; });
+    stress::Expect(KEL_TimerStop(timer) == 0, "a timer does not stop");
+    const uint32_t stopped_at = slot_->calls;
+    Slot other;
+    KEL_TIMER *witness = KEL_TimerCreate(1000, Tick, &other);
+    KEL_TimerStart(witness, 0, 1, nullptr, nullptr);
+    Await([&] { return other.calls >= 3 * kStragglers; });
+    KEL_TimerDestroy(witness);
+    const uint32_t late = slot_->calls - stopped_at;
+    stress::Expect(late <= kStragglers && (loop != 0 || slot_->calls <= 1),
+                   "a timer that has been stopped calls %u times more", late);
+    stress::Count("rests", 1);
+    stress::Count("stragglers", late);
+    KEL_TimerStart(timer, 0, 1, nullptr, nullptr);
+    const uint32_t before = slot_->calls;
+    Await([&] { return slot_->calls > before; });
+    Destroy(timer);
   }
 
   void EndsItself() {
@@ -135,28 +165,48 @@ class Life {
   std::unique_ptr<Slot> slot_;
 };
 
+using Slots = std::vector<std::unique_ptr<Slot>>;
+
+void CheckLate(const Slots &ended) {
+  for (const auto &slot : ended)
+    if (slot != nullptr)
+      stress::Expect(slot->late == 0, "%u callbacks come too late", slot->late.load());
+}
+
+// The time has gone on: what was due has come. Also, memory of timers that ended
+// themselves is given back when another one is destroyed.
+void LetTimePass() {
+  Slot witness;
+  KEL_TIMER *timer = KEL_TimerCreate(1000, Tick, &witness);
+  KEL_TimerStart(timer, 0, 1, nullptr, nullptr);
+  Await([&] { return witness.calls >= 3 * kStragglers; });
+  stress::Expect(KEL_TimerDestroy(timer) == 0, "a timer is not destroyed");
+}
+
 void Lives() {
-  constexpr uint32_t kThreads = 4;
+  // Kept for a while, for the late ones.
+  constexpr size_t kKept = 200;
   std::vector<stress::Random> randoms(kThreads);
+  std::vector<Slots> ended(kThreads);
   std::vector<std::thread> threads;
-  for (stress::Random &random : randoms)
-    threads.emplace_back([&random] {
-      // Kept for a while, for the late ones.
-      constexpr size_t kKept = 200;
-      std::vector<std::unique_ptr<Slot>> ended(kKept);
-      for (size_t i = 0; stress::Going(); ++i) {
-        std::unique_ptr<Slot> &place = ended[i % kKept];
-        place = Life(random).Run();
-        for (const auto &slot : ended)
-          stress::Expect(slot == nullptr || slot->late == 0, "a callback comes too late");
+  for (uint32_t i = 0; i < kThreads; ++i)
+    threads.emplace_back([&random = randoms[i], &slots = ended[i]] {
+      slots.resize(kKept);
+      for (size_t turn = 0; stress::Going(); ++turn) {
+        slots[turn % kKept] = Life(random).Run();
+        CheckLate(slots);
       }
     });
   for (std::thread &thread : threads)
     thread.join();
+  LetTimePass();
+  for (const Slots &slots : ended)
+    CheckLate(slots);
 }
 
 }  // namespace
 
 int main() {
-  return stress::Main("timer", {{"lives", Lives}});
+  return stress::Main("timer", "a stopped timer rests, a destroyed one calls no more",
+                      {{"lives", Lives}});
 }
