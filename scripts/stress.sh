@@ -1,9 +1,15 @@
 #!/bin/sh
 # Builds the stress programs and runs all of them at length, one after the other, then
-# sums up what they counted:
-#   scripts/stress.sh [SECONDS]       each program's time, 60 without
-# KELCORE_STRESS_PRESET names another preset than release, KELCORE_STRESS_SEED repeats
-# the choices of a run. An interrupt ends the program that runs, and the script.
+# prints a Markdown table of what they counted, for docs/reliability.md:
+#   scripts/stress.sh [SECONDS]       each program's time, 60 without; 3600 is an hour
+# The programs (build/PRESET/tests/stress/stress_*) also run alone, and like here heed
+#   KELCORE_STRESS_SECONDS   the program's time, 2 without; this script sets it
+#   KELCORE_STRESS_SEED      repeats the choices of a run, whose head line tells it
+#   KELCORE_STRESS_JOBS      so many jobs the thread pool's program does in one pool,
+#                            run and stopped all the time, however long it takes:
+#     KELCORE_STRESS_JOBS=1000000 build/release/tests/stress/stress_threadpool
+# KELCORE_STRESS_PRESET names another preset than release for the script. An interrupt
+# ends the program that runs, and the script.
 set -eu
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -46,18 +52,25 @@ for program in build/"$preset"/tests/stress/stress_*; do
   [ "$status" = 0 ] || failed="$failed $(basename "$program")($status)"
 done
 
+# counted NAME | TIME | WHAT=NUMBER WHAT=NUMBER ... | INVARIANT
 echo
-echo "counted by all:"
-awk '/^(ok|FAILED) / {
-       for (i = 6; i <= NF; i++) {
-         split($i, pair, "=")
-         split($2, name, "/")
-         key = name[1] " " pair[1]
-         if (!(key in sum)) order[++keys] = key
-         sum[key] += pair[2]
-       }
-     }
-     END { for (i = 1; i <= keys; i++) printf "  %-32s %15d\n", order[i], sum[order[i]] }' "$results/all"
+awk -F ' [|] *' '
+  function grouped(number) {
+    while (match(number, /[0-9][0-9][0-9][0-9]($|,)/))
+      number = substr(number, 1, RSTART) "," substr(number, RSTART + 1)
+    return number
+  }
+  BEGIN { print "| program | time | work | invariant |"; print "| --- | --- | --- | --- |" }
+  /^counted / {
+    work = ""
+    for (i = split($3, counts, " "); i >= 1; i--) {
+      split(counts[i], pair, "=")
+      gsub(/-/, " ", pair[1])
+      work = grouped(pair[2]) " " pair[1] (work == "" ? "" : ", ") work
+    }
+    printf "| %s | %s | %s | %s |\n", substr($1, 9), $2, work, $4
+  }' "$results/all"
+echo
 
 [ "$interrupted" = 0 ] || { echo "interrupted"; exit 130; }
 [ -z "$failed" ] || { echo "FAILED:$failed"; exit 1; }

@@ -50,8 +50,8 @@ class Round {
         param_.free = GiveArea;
         break;
       case 1:  // goes with the pool
-        param_.area = KEL_Malloc(param_.bufsize + 16, 0, KEL_NO_FILL, __FILE__, __LINE__,
-                                 __func__);
+        param_.area =
+            KEL_Malloc(param_.bufsize + 16, 0, KEL_NO_FILL, __FILE__, __LINE__, __func__);
         break;
       default:
         break;
@@ -140,8 +140,8 @@ class Round {
     KEL_BUF_STATUS status;
     stress::Expect(KELBuf_BufStatus(writer_, &status) == 0 && status.used == 0 &&
                        status.filled == stuck_.size() && status.span == 0,
-                   "%u frames and %u bytes are left, %zu are stuck", status.filled,
-                   status.used, stuck_.size());
+                   "%u frames and %u bytes are left, %zu are stuck", status.filled, status.used,
+                   stuck_.size());
   }
   bool WriteOne() {
     const std::lock_guard<std::recursive_mutex> guard(members_);

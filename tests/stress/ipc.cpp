@@ -114,8 +114,7 @@ class Standard : public OfFirstFamily {
  public:
   static constexpr bool kTakesTurns = true, kLongestFirst = false;
   Standard(const std::string &name, uint32_t count, Role)
-      : OfFirstFamily(
-            KEL_IPCOpen(name.c_str(), static_cast<int32_t>(count), kPayload, 0)) {}
+      : OfFirstFamily(KEL_IPCOpen(name.c_str(), static_cast<int32_t>(count), kPayload, 0)) {}
   bool Send(const Message &message, uint32_t timeout) override {
     return KEL_IPCSend(ipc_, &message, 0, timeout) == 0;
   }
@@ -128,9 +127,9 @@ class Custom : public OfFirstFamily {
  public:
   static constexpr bool kTakesTurns = turns, kLongestFirst = true;
   Custom(const std::string &name, uint32_t count, Role role)
-      : OfFirstFamily(KEL_IPCOpen_CustomMsg(
-            name.c_str(), static_cast<int32_t>(count), sizeof(Message), 0,
-            turns ? name.c_str() : nullptr, role == Role::kReceiver ? 1 : 0)) {}
+      : OfFirstFamily(KEL_IPCOpen_CustomMsg(name.c_str(), static_cast<int32_t>(count),
+                                            sizeof(Message), 0, turns ? name.c_str() : nullptr,
+                                            role == Role::kReceiver ? 1 : 0)) {}
   bool Send(const Message &message, uint32_t timeout) override {
     return KEL_IPCSend_CustomMsg(ipc_, &message, SizeOf(message), timeout) == 0;
   }

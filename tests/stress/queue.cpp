@@ -199,9 +199,7 @@ class Round {
 
   // ---- Resets ----
 
-  Gate *gate() {
-    return plan_.calm_resets && plan_.reset_one_in != 0 ? &others_ : nullptr;
-  }
+  Gate *gate() { return plan_.calm_resets && plan_.reset_one_in != 0 ? &others_ : nullptr; }
   void Reset() {
     if (plan_.calm_resets)
       CalmReset();
@@ -215,8 +213,7 @@ class Round {
     stress::Expect(static_cast<uint64_t>(KEL_QueueGetSize(queue_)) == held,
                    "size %d with %llu items", KEL_QueueGetSize(queue_),
                    static_cast<unsigned long long>(held));
-    stress::Expect(KEL_QueueReset(queue_) == 0 && KEL_QueueEmpty(queue_) == 1,
-                   "a reset fails");
+    stress::Expect(KEL_QueueReset(queue_) == 0 && KEL_QueueEmpty(queue_) == 1, "a reset fails");
     ++resets_;
     others_.Open();
   }
@@ -255,8 +252,7 @@ class Round {
     std::vector<Item *> left;
     for (const auto &items : items_)
       for (uint32_t i = 0; i < plan_.items; ++i)
-        if (items[i].popped == 0 && items[i].fate == Fate::kUnknown &&
-            !DroppedWildly(items[i]))
+        if (items[i].popped == 0 && items[i].fate == Fate::kUnknown && !DroppedWildly(items[i]))
           left.push_back(&items[i]);
     const auto size = static_cast<size_t>(KEL_QueueGetSize(queue_));
     // A wild reset may explain more items than it dropped.

@@ -101,8 +101,7 @@ class Controller {
     int32_t result = 0;
     const int32_t stopped = KEL_ThreadPool_Stop(pool_, worker, &result);
     stress::Expect(stopped == 0 && result == ResultOf(number) &&
-                       jobs_[static_cast<size_t>(worker)].number == 0 &&
-                       runs_[number - 1] == 1,
+                       jobs_[static_cast<size_t>(worker)].number == 0 && runs_[number - 1] == 1,
                    "job %u on worker %d gives %d, %d", number, worker, stopped, result);
     idle_.push_back(worker);
   }
