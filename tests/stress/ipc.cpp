@@ -246,20 +246,23 @@ class Round {
     stress::Expect(WIFSIGNALED(status) ? WTERMSIG(status) == SIGKILL : status == 0,
                    "a process ends with %d", status);
   }
+  void Kill(pid_t child) {
+    if (child > 0)  // -1 would be everybody
+      kill(child, SIGKILL);
+    Reap(child);
+  }
   void KillOne() {
     --kills_left_;
     const uint32_t victim = random_.Below(kSenders + 1);
     if (victim == kSenders) {
-      kill(receiver_, SIGKILL);
-      Reap(receiver_);
+      Kill(receiver_);
       ++receiver_kills_;
       receiver_ = Start([this] { ReceiveAll(channel_); });
       return;
     }
     if (life_[victim] + 1 == kLives)
       return;
-    kill(senders_[victim], SIGKILL);
-    Reap(senders_[victim]);
+    Kill(senders_[victim]);
     ++sender_kills_;
     ++life_[victim];
     senders_[victim] = Start([this, victim] { SendAll(victim, channel_); });

@@ -13,6 +13,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -99,7 +100,7 @@ class Program {
     return ended_;
   }
   void Kill() {
-    if (!ended_)
+    if (!ended_ && pid_ > 0)  // -1 would be everybody
       kill(pid_, SIGKILL);
   }
   int status() const { return WIFEXITED(status_) ? WEXITSTATUS(status_) : -1; }
@@ -210,10 +211,23 @@ Work MakeWork(uint32_t times) {
   return work;
 }
 
+std::atomic<pid_t> last_publisher{0};
+
+// A publisher that hangs, and what one that was killed has left, should this program
+// not come to its end.
+void ClearUp() {
+  if (const pid_t publisher = last_publisher; publisher > 0) {
+    kill(publisher, SIGKILL);
+    RemoveLeftQueue(publisher);
+  }
+  RemoveLeftTotals();
+}
+
 void Round(stress::Random &random, const Work &work) {
   std::vector<std::string> arguments = {"--json", "--publish", Name()};
   arguments.insert(arguments.end(), work.files.begin(), work.files.end());
   Program publisher(arguments);
+  last_publisher = publisher.pid();
   if (random.OneIn(4))
     Pause(random, work.micros);
   else
@@ -242,6 +256,7 @@ void Round(stress::Random &random, const Work &work) {
                                            : "nobody";
   for (const pid_t each : {publisher.pid(), next.pid()})
     stress::Expect(!RemoveLeftQueue(each), "a queue is left behind, %s was killed", how);
+  last_publisher = 0;
   stress::Expect(!RemoveLeftTotals(), "a segment is left behind, %s was killed", how);
   stress::Count("killed-publishers", publisher.died() ? 1 : 0);
   stress::Count("killed-watchers", watcher.died() ? 1 : 0);
@@ -259,6 +274,7 @@ void Rounds() {
 }  // namespace
 
 int main() {
+  stress::SetCleanUp(ClearUp);
   return stress::Main("kelstream", "totals agree, nothing stays in the system",
                       {{"publish-and-watch", Rounds}});
 }
