@@ -73,7 +73,7 @@ class Round {
   void Run() {
     if (writer_ == nullptr)
       return;
-    frames_ = random_.Between(100, 5000);
+    frames_ = random_.Between(50, 800);
     std::vector<stress::Random> randoms(kReaders);
     std::vector<std::thread> readers;
     for (uint32_t i = 0; i < kReaders; ++i)

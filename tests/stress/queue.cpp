@@ -111,10 +111,10 @@ Plan MakePlan(stress::Random &random, bool bounded) {
   plan.maxnode = bounded ? random.Pick(kLimits) : 0;
   plan.producers = random.Between(1, 6);
   plan.consumers = random.Between(1, 4);
-  plan.items = random.Between(1, 1500);
+  plan.items = random.Between(1, 800);
   plan.timeout = random.Pick(kTimeouts);
   plan.release_one_in = random.OneIn(2) ? random.Between(10, 200) : 0;
-  plan.reset_one_in = random.OneIn(2) ? random.Between(50, 2000) : 0;
+  plan.reset_one_in = random.OneIn(2) ? random.Between(10, 500) : 0;
   plan.calm_resets = random.OneIn(2);
   // Nobody is held up while he sleeps without limit.
   if (plan.calm_resets && plan.reset_one_in != 0 && plan.timeout == KEL_WAIT_FOREVER)
