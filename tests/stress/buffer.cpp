@@ -39,7 +39,7 @@ class Round {
     param_.bufsize = param_.minsize * random.Between(3, 20) + random.Below(100);
     param_.number = random.OneIn(2) ? random.Between(3, 10) : 1000;
     if (overruns_) {  // the ring is to be full before the area is
-      param_.number = random.Between(3, 10);
+      param_.number = random.Between(4, 12);
       param_.bufsize = param_.minsize * (param_.number + 3);
     }
     param_.align = random.OneIn(2) ? 0 : random.Between(1, 16);

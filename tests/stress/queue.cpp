@@ -232,7 +232,7 @@ class Round {
   }
   // What had been pushed before must not be seen afterwards.
   void WildReset() {
-    uint32_t before[kMost];
+    uint32_t before[kMost]{};
     for (uint32_t p = 0; p < plan_.producers; ++p)
       before[p] = done_pushing_[p];
     Span span{clock_.Now(), 0};
@@ -273,7 +273,7 @@ class Round {
       const bool last = finished_;
       if (last && (plan_.leave_rest || KEL_QueueEmpty(queue_) == 1))
         return;
-      uint32_t gone[kMost];
+      uint32_t gone[kMost]{};
       for (uint32_t p = 0; p < plan_.producers; ++p)
         gone[p] = gone_[p];
       const uint32_t timeout = last ? 0 : plan_.timeout;
