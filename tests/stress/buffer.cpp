@@ -192,7 +192,10 @@ class Round {
           break;
         stress::Going();
       }
-      last = Quit(reader, event, next, deserters_ && random.OneIn(4));
+      const bool deserts = deserters_ && random.OneIn(4);
+      if (deserts)
+        Lag(random);
+      last = Quit(reader, event, next, deserts);
     }
   }
   // For a while, or until the writer comes no further.
