@@ -13,7 +13,8 @@ install(TARGETS kelcore_static EXPORT kelcore-targets
   COMPONENT Development)
 
 # A directory of their own keeps thirty headers apart from other packages'; they
-# include each other by their plain names.
+# include each other by their place beside one another, so that a program may name either
+# directory.
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/"
   DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kelcore"
   COMPONENT Development

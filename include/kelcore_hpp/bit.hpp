@@ -19,10 +19,10 @@
 #include <cstdint>
 #include <cstring>
 
-#include "kelcore_bit.h"
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/span.hpp"
+#include "../kelcore_bit.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "span.hpp"
 
 namespace kel {
 

@@ -34,10 +34,10 @@
 #include <cstdint>
 #include <utility>
 
-#include "kelcore_buffer.h"
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/span.hpp"
+#include "../kelcore_buffer.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "span.hpp"
 
 namespace kel {
 

@@ -22,10 +22,10 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "kelcore_byte.h"
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/span.hpp"
+#include "../kelcore_byte.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "span.hpp"
 
 namespace kel {
 

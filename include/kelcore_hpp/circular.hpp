@@ -11,10 +11,10 @@
 
 #include <cstdint>
 
-#include "kelcore_circular.h"
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/span.hpp"
+#include "../kelcore_circular.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "span.hpp"
 
 namespace kel {
 

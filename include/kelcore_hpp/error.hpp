@@ -21,8 +21,8 @@
 #include <system_error>
 #include <type_traits>
 
-#include "kelcore_system.h"
-#include "kelcore_types.h"
+#include "../kelcore_system.h"
+#include "../kelcore_types.h"
 
 namespace kel {
 

@@ -11,11 +11,11 @@
 
 #include <cstdint>
 
-#include "kelcore_event.h"
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/sema.hpp"
-#include "kelcore_hpp/timeout.hpp"
+#include "../kelcore_event.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "sema.hpp"
+#include "timeout.hpp"
 
 namespace kel {
 

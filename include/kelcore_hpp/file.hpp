@@ -26,10 +26,10 @@
 #include <cstring>
 #include <string_view>
 
-#include "kelcore_file.h"
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/span.hpp"
+#include "../kelcore_file.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "span.hpp"
 
 namespace kel {
 

@@ -27,12 +27,12 @@
 #include <cstring>
 #include <type_traits>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/span.hpp"
-#include "kelcore_hpp/timeout.hpp"
-#include "kelcore_ipc.h"
-#include "kelcore_mem.h"
+#include "../kelcore_ipc.h"
+#include "../kelcore_mem.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "span.hpp"
+#include "timeout.hpp"
 
 namespace kel {
 

@@ -8,9 +8,9 @@
 #ifndef KELCORE_HPP_LIBRARY_HPP
 #define KELCORE_HPP_LIBRARY_HPP
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_library.h"
+#include "../kelcore_library.h"
+#include "owner.hpp"
+#include "result.hpp"
 
 namespace kel {
 

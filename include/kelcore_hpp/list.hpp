@@ -18,9 +18,9 @@
 #include <cstdint>
 #include <iterator>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_list.h"
+#include "../kelcore_list.h"
+#include "owner.hpp"
+#include "result.hpp"
 
 namespace kel {
 

@@ -20,9 +20,9 @@
 
 #include <cstdint>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_list_mutex.h"
+#include "../kelcore_list_mutex.h"
+#include "owner.hpp"
+#include "result.hpp"
 
 namespace kel {
 

@@ -21,12 +21,12 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/sema.hpp"
-#include "kelcore_hpp/span.hpp"
-#include "kelcore_hpp/timeout.hpp"
-#include "kelcore_msg.h"
+#include "../kelcore_msg.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "sema.hpp"
+#include "span.hpp"
+#include "timeout.hpp"
 
 namespace kel {
 

@@ -16,10 +16,10 @@
 
 #include <chrono>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/timeout.hpp"
-#include "kelcore_mutex.h"
+#include "../kelcore_mutex.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "timeout.hpp"
 
 namespace kel {
 

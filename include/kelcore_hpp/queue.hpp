@@ -18,10 +18,10 @@
 #include <cassert>
 #include <cstdint>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/timeout.hpp"
-#include "kelcore_queue.h"
+#include "../kelcore_queue.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "timeout.hpp"
 
 namespace kel {
 

@@ -20,7 +20,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "kelcore_hpp/error.hpp"
+#include "error.hpp"
 
 namespace kel {
 

@@ -18,10 +18,10 @@
 #include <cassert>
 #include <cstdint>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/span.hpp"
-#include "kelcore_ring.h"
+#include "../kelcore_ring.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "span.hpp"
 
 namespace kel {
 

@@ -17,10 +17,10 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_hpp/timeout.hpp"
-#include "kelcore_sema.h"
+#include "../kelcore_sema.h"
+#include "owner.hpp"
+#include "result.hpp"
+#include "timeout.hpp"
 
 namespace kel {
 

@@ -24,10 +24,10 @@
 #include <cstring>
 #include <type_traits>
 
-#include "kelcore_hash.h"
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_shm.h"
+#include "../kelcore_hash.h"
+#include "../kelcore_shm.h"
+#include "owner.hpp"
+#include "result.hpp"
 
 namespace kel {
 

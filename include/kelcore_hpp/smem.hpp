@@ -28,8 +28,8 @@
 #include <new>
 #include <utility>
 
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_smem.h"
+#include "../kelcore_smem.h"
+#include "result.hpp"
 
 namespace kel {
 

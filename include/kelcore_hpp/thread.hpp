@@ -19,10 +19,10 @@
 #include <type_traits>
 #include <utility>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_mem.h"
-#include "kelcore_thread.h"
+#include "../kelcore_mem.h"
+#include "../kelcore_thread.h"
+#include "owner.hpp"
+#include "result.hpp"
 
 namespace kel {
 

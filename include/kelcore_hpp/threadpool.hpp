@@ -17,9 +17,9 @@
 #include <cstdint>
 #include <utility>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_threadpool.h"
+#include "../kelcore_threadpool.h"
+#include "owner.hpp"
+#include "result.hpp"
 
 namespace kel {
 

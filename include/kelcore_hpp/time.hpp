@@ -18,9 +18,9 @@
 #include <chrono>
 #include <cstdint>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_time.h"
+#include "../kelcore_time.h"
+#include "owner.hpp"
+#include "result.hpp"
 
 namespace kel {
 

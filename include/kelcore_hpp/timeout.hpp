@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "kelcore_types.h"
+#include "../kelcore_types.h"
 
 namespace kel {
 

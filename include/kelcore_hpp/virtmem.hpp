@@ -27,9 +27,9 @@
 #include <new>
 #include <utility>
 
-#include "kelcore_hpp/owner.hpp"
-#include "kelcore_hpp/result.hpp"
-#include "kelcore_virtmem.h"
+#include "../kelcore_virtmem.h"
+#include "owner.hpp"
+#include "result.hpp"
 
 namespace kel {
 
