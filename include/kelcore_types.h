@@ -5,10 +5,13 @@
 
 #include <stdint.h>
 
-/* The version of the headers: major.minor.patch. */
+/* The version of the headers: major.minor.patch, as text, and as one number that grows
+ * with it, for comparisons also in #if. Minor and patch stay below 100. */
 #define KELCORE_VERSION_MAJOR 1
 #define KELCORE_VERSION_MINOR 0
 #define KELCORE_VERSION_PATCH 0
+#define KELCORE_VERSION_STRING "1.0.0"
+#define KELCORE_VERSION 10000 /* major * 10000 + minor * 100 + patch */
 
 #ifdef __cplusplus
 #define KEL_BEGIN_DECLS extern "C" {
