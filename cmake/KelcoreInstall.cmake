@@ -41,11 +41,11 @@ install(FILES
 # Paths relative to the file itself, so that the tree may be moved; directories
 # outside the prefix stay where they are.
 set(_pc_dir "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
-function(kelcore_pc_path result directory)
+function(kelcore_below prefix directory result)
   if(IS_ABSOLUTE "${directory}")
     set(${result} "${directory}" PARENT_SCOPE)
   else()
-    set(${result} "\${prefix}/${directory}" PARENT_SCOPE)
+    set(${result} "\${${prefix}}/${directory}" PARENT_SCOPE)
   endif()
 endfunction()
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
@@ -54,8 +54,8 @@ else()
   file(RELATIVE_PATH KELCORE_PC_PREFIX "/${_pc_dir}" "/")
   string(REGEX REPLACE "/$" "" KELCORE_PC_PREFIX "\${pcfiledir}/${KELCORE_PC_PREFIX}")
 endif()
-kelcore_pc_path(KELCORE_PC_LIBDIR "${CMAKE_INSTALL_LIBDIR}")
-kelcore_pc_path(KELCORE_PC_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}")
+kelcore_below(prefix "${CMAKE_INSTALL_LIBDIR}" KELCORE_PC_LIBDIR)
+kelcore_below(prefix "${CMAKE_INSTALL_INCLUDEDIR}" KELCORE_PC_INCLUDEDIR)
 configure_file("${CMAKE_CURRENT_LIST_DIR}/kelcore.pc.in"
   "${PROJECT_BINARY_DIR}/kelcore.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/kelcore.pc"
@@ -63,16 +63,21 @@ install(FILES "${PROJECT_BINARY_DIR}/kelcore.pc"
 
 # --- shown by gdb
 
-# gdb looks in its data directory, that of the prefix /usr, for a file of the
-# library's full name under the library's own path.
-set(_gdb_dir "${CMAKE_INSTALL_LIBDIR}")
-if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
-  # The prefix as it is when the files are laid down.
-  set(_gdb_dir "\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}")
-endif()
-install(FILES "${PROJECT_SOURCE_DIR}/gdb/kelcore_gdb.py"
-  DESTINATION "${CMAKE_INSTALL_DATADIR}/gdb/auto-load${_gdb_dir}"
-  RENAME "libkelcore.so.${PROJECT_VERSION}-gdb.py" COMPONENT Development)
+# gdb looks for a file of the library's full name: beside the library, and, under the
+# library's own path, in its data directory, which it trusts. That one is the system's: it
+# serves the system's libraries, which have only libraries beside them. Which place it is
+# is known when the files are laid down.
+kelcore_below(CMAKE_INSTALL_PREFIX "${CMAKE_INSTALL_LIBDIR}" _libdir)
+kelcore_below(CMAKE_INSTALL_PREFIX "${CMAKE_INSTALL_DATADIR}/gdb/auto-load" _gdb_dir)
+install(CODE "
+  set(_kelcore_gdb_dir \"${_libdir}\")
+  if(_kelcore_gdb_dir MATCHES \"^/usr/lib\")
+    set(_kelcore_gdb_dir \"${_gdb_dir}\${_kelcore_gdb_dir}\")
+  endif()
+  file(INSTALL DESTINATION \"\${_kelcore_gdb_dir}\" TYPE FILE
+    RENAME \"libkelcore.so.${PROJECT_VERSION}-gdb.py\"
+    FILES \"${PROJECT_SOURCE_DIR}/gdb/kelcore_gdb.py\")"
+  COMPONENT Development)
 
 # --- programs, and what goes with them
 

@@ -3,10 +3,10 @@
     (gdb) print queue
     $1 = queue "greetings", 2 of 8 = {[0] = 0x4052a0 number 1, [1] = 0x4052c0 number 2}
 
-print/r shows the bare pointer. Loaded by itself with libkelcore.so; for a program
-with the static library: source kelcore_gdb.py. What is inside a handle is known
-only where the library has debug information. All memory is the program's, which
-may have damaged it: nothing is trusted.
+print/r shows the bare pointer. Loaded by itself with libkelcore.so, where gdb trusts the
+place (add-auto-load-safe-path); for a program with the static library: source
+kelcore_gdb.py. What is inside a handle is known only where the library has debug
+information. All memory is the program's, which may have damaged it: nothing is trusted.
 """
 
 import gdb

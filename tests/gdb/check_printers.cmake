@@ -1,7 +1,7 @@
 # cmake -DGDB= -DCC= -DCXX= -DSOURCE= -DBINARY= -DLIBRARIES= -DHEADERS= -DVERSION=
-#       -DEXPECTED= [-DSCRIPTS=] -P check_printers.cmake
+#       -DEXPECTED= -P check_printers.cmake
 # Stops a program in gdb and compares what the printers show, which gdb loads by
-# itself. Addresses differ from run to run and are not compared.
+# itself from beside the library, once it trusts that place. Addresses differ from run to run and are not compared.
 if(NOT GDB)
   message("skipped: no gdb")
   return()
@@ -34,12 +34,8 @@ foreach(language IN ITEMS c c++)
   foreach(name IN LISTS names)
     list(APPEND commands -ex "printf \"${name} is \"" -ex "output ${name}" -ex "echo \\n")
   endforeach()
-  set(loading -iex "set auto-load safe-path /")
-  if(SCRIPTS)
-    list(APPEND loading -iex "set auto-load scripts-directory ${SCRIPTS}")
-  endif()
   execute_process(COMMAND "${CMAKE_COMMAND}" -E env --unset=DEBUGINFOD_URLS
-    "${GDB}" -nx -batch ${loading} -ex "set width 0"
+    "${GDB}" -nx -batch -iex "add-auto-load-safe-path ${LIBRARIES}" -ex "set width 0"
     -ex "break look_at_them" -ex run ${commands} "${program}"
     OUTPUT_VARIABLE output ERROR_VARIABLE errors)
   file(WRITE "${program}.txt" "${output}${errors}")

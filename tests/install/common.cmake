@@ -1,3 +1,5 @@
+cmake_minimum_required(VERSION 3.25)
+
 # What the scripts of this directory share.
 
 separate_arguments(EMULATOR UNIX_COMMAND "${EMULATOR}")
