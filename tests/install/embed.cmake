@@ -1,12 +1,37 @@
-# cmake -DSOURCE= -DPROJECT= -DBINARY= -DFETCH= -P embed.cmake
-# Builds a project that takes this one in whole; it installs nothing but what
-# was asked for.
+# cmake -DSOURCE= -DPROJECT= -DBINARY= [-DGIT=] -P embed.cmake
+# Builds a project that takes this one in whole, from its directory or, with GIT, from a
+# repository; it installs nothing but what was asked for.
 include("${CMAKE_CURRENT_LIST_DIR}/common.cmake")
 
-set(options "-DKELCORE_SOURCE=${SOURCE}" "-DFETCH=${FETCH}")
+set(options "-DKELCORE_SOURCE=${SOURCE}")
+if(DEFINED GIT)
+  if(NOT GIT)
+    message("skipped: no git")
+    return()
+  endif()
+  # Nothing of the user's settings, and nothing of a repository whose hook runs this.
+  foreach(name IN ITEMS GIT_DIR GIT_INDEX_FILE GIT_WORK_TREE GIT_PREFIX GIT_OBJECT_DIRECTORY)
+    unset(ENV{${name}})
+  endforeach()
+  set(ENV{GIT_CONFIG_NOSYSTEM} 1)
+  set(ENV{GIT_CONFIG_GLOBAL} /dev/null)
+  # The sources as they are now, committed or not, in a repository of their own.
+  set(repository "${BINARY}-repository.git")
+  file(REMOVE_RECURSE "${repository}")
+  run("${GIT}" init --quiet --bare --initial-branch=main "${repository}")
+  set(git "${GIT}" "--git-dir=${repository}" "--work-tree=${SOURCE}")
+  run(${git} add --all)
+  run(${git} -c user.name=test -c user.email=test@kelcore.example commit --quiet -m "As it is")
+  run(${git} tag v${VERSION})
+  set(options "-DKELCORE_REPOSITORY=file://${repository}" "-DKELCORE_TAG=v${VERSION}")
+endif()
 configure_and_build("${PROJECT}" "${BINARY}" ${options})
 run_program("${BINARY}/user")
 run_program("${BINARY}/user_static")
+if(GIT)
+  run("${GIT}" -C "${BINARY}/_deps/kelcore-src" describe --tags)
+  message("fetched: ${output}")
+endif()
 
 file(REMOVE_RECURSE "${BINARY}/prefix")
 run(${_cmake} --install "${BINARY}" --prefix "${BINARY}/prefix")
