@@ -34,9 +34,13 @@ namespace detail {
 /// What reader and writer share: a cursor that knows its end.
 class bit_cursor : public owner<KEL_BIT, &KELBitClose> {
  public:
-  /// Bits read, skipped and written so far, and those that are left.
+  /// Bits read, skipped and written so far, which unchecked calls may carry behind the
+  /// end, and those that are left.
   uint32_t position() const { return KELBitGetProcessed(native_handle()); }
-  uint32_t bits_left() const { return size_ - position(); }
+  uint32_t bits_left() const {
+    const uint32_t processed = position();
+    return processed < size_ ? size_ - processed : 0;
+  }
 
   /// Moves on to the next byte boundary; gives the bits skipped, 0 to 7.
   uint32_t align() { return KELBitByteAlign(native_handle()); }

@@ -14,6 +14,8 @@
 ///    consumes what there was.
 ///  - skip() to exactly the end succeeds; KELByte_Skip flags the end then.
 ///  - No peek moves the position; KELByte_Peek_3char does.
+///  - A reader that an unchecked read has carried behind the end has nothing left, and
+///    every checked call says so. KELByte_Remain wraps around then.
 /// The _unchecked reads are the C calls as they are, for loops that have asked
 /// remaining() once.
 #ifndef KELCORE_HPP_BYTE_HPP
@@ -66,8 +68,12 @@ class byte_reader : public owner<KEL_BYTE, &KELByte_Close> {
         KELByte_Open(data.data(), static_cast<uint32_t>(data.size())));
   }
 
-  /// Bytes not yet read, all bytes, and the index of the next one.
-  uint32_t remaining() const { return KELByte_Remain(native_handle()); }
+  /// Bytes not yet read, all bytes, and the index of the next one, which may lie behind
+  /// the end after an unchecked read.
+  uint32_t remaining() const {
+    const uint32_t left = KELByte_Remain(native_handle());
+    return left <= size() ? left : 0;
+  }
   uint32_t size() const { return KELByte_Size(native_handle()); }
   uint32_t position() const { return KELByte_Pos(native_handle()); }
 
@@ -131,17 +137,22 @@ class byte_reader : public owner<KEL_BYTE, &KELByte_Close> {
     if (count > remaining())
       return errc::end_of_data;
     uint32_t end = 0;
-    KELByte_Skip(native_handle(), count, &end);
+    if (count != 0)  // KELByte_Skip would go back to the end from behind it
+      KELByte_Skip(native_handle(), count, &end);
     return {};
   }
 
  private:
   template <class T, class Call>
   result<T> checked(Call call) const {
-    if (__builtin_expect(remaining() < sizeof(T), 0))
+    if (__builtin_expect(KELByte_Remain(native_handle()) < sizeof(T), 0))
       return errc::end_of_data;
+    // Behind the end what remains has wrapped around, but the call sees it.
     uint32_t end = 0;
-    return static_cast<T>(call(native_handle(), &end));
+    const auto value = static_cast<T>(call(native_handle(), &end));
+    if (__builtin_expect(end != 0, 0))
+      return errc::end_of_data;
+    return value;
   }
 
   template <class Call>

@@ -65,6 +65,36 @@ TEST(CppByteReader, NoReadGoesBehindTheEnd) {
   EXPECT_FALSE(r.get_be24());
 }
 
+TEST(CppByteReader, ChecksAlsoBehindTheEnd) {
+  const uint8_t data[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16};
+  for (uint32_t size = 1; size <= 8; ++size) {
+    SCOPED_TRACE(size);
+    auto r = kel::byte_reader::open(kel::bytes(data).first(size)).value_or_throw();
+    uint32_t end = 0;
+    r.get_be_unchecked<uint64_t>(end);
+    EXPECT_EQ(end, 0u) << "the first byte was there";
+    EXPECT_EQ(r.position(), 8u);
+    EXPECT_EQ(r.remaining(), 0u);
+    EXPECT_TRUE(r.get_be<uint16_t>().error() == kel::errc::end_of_data);
+    EXPECT_TRUE(r.get_le<int32_t>().error() == kel::errc::end_of_data);
+    EXPECT_TRUE(r.get_le<uint64_t>().error() == kel::errc::end_of_data);
+    EXPECT_TRUE(r.peek_be<uint32_t>().error() == kel::errc::end_of_data);
+    EXPECT_TRUE(r.peek_le<int16_t>().error() == kel::errc::end_of_data);
+    EXPECT_TRUE(r.get_be24().error() == kel::errc::end_of_data);
+    uint8_t to[2] = {9, 9};
+    EXPECT_TRUE(r.get(to).error() == kel::errc::end_of_data);
+    EXPECT_TRUE(r.peek(to).error() == kel::errc::end_of_data);
+    EXPECT_EQ(to[0], 9);
+    EXPECT_TRUE(r.skip(1).error() == kel::errc::end_of_data);
+    EXPECT_TRUE(r.get({})) << "of nothing there is always enough";
+    EXPECT_TRUE(r.skip(0));
+    EXPECT_EQ(r.position(), 8u);
+    EXPECT_EQ(r.get_byte(end), 0);
+    EXPECT_EQ(end, 1u);
+    EXPECT_EQ(r.size(), size);
+  }
+}
+
 TEST(CppBitReader, KnowsWhereTheDataEnds) {
   const uint8_t padded[] = {0b10110011, 0xff, 0x00, 0x0f, 0xa5, 0, 0, 0};
   auto b = kel::bit_reader::open(padded).value_or_throw();
@@ -83,6 +113,26 @@ TEST(CppBitReader, KnowsWhereTheDataEnds) {
   EXPECT_EQ(b.align(), 4u);
   EXPECT_EQ(b.position(), 8u);
   EXPECT_FALSE(kel::bit_reader::open(kel::bytes(padded).first(2)));
+}
+
+TEST(CppBitReader, ChecksAlsoBehindTheEnd) {
+  const uint8_t padded[] = {0xff, 0xff, 0xff, 0xff, 0xff};
+  auto b = kel::bit_reader::open(padded).value_or_throw();
+  b.get(25);
+  EXPECT_EQ(b.position(), 25u);
+  EXPECT_EQ(b.bits_left(), 0u);
+  EXPECT_TRUE(b.try_get(1).error() == kel::errc::end_of_data);
+  EXPECT_TRUE(b.try_get(32).error() == kel::errc::end_of_data);
+  EXPECT_EQ(b.position(), 25u);
+}
+
+TEST(CppBitWriter, HasNoRoomBehindTheEnd) {
+  uint8_t padded[4] = {};
+  auto b = kel::bit_writer::open(padded).value_or_throw();
+  b.put(12, 0xfff);
+  EXPECT_EQ(b.bits_left(), 0u);
+  EXPECT_TRUE(b.try_put(1, 1).error() == kel::errc::buffer_overflow);
+  EXPECT_EQ(b.position(), 12u);
 }
 
 TEST(CppBitWriter, WritesOverWhatWasThere) {

@@ -156,13 +156,15 @@ uint32_t cpp_byte_get_be32(kel::byte_reader &r, uint32_t &end) {
   return r.get_be_unchecked<uint32_t>(end);
 }
 
-// Checked, as a careful C program does it, which also says what is rare: otherwise the
-// compiler guesses, and lays the two sides out in different orders.
+// Checked, as a careful C program does it, also for a reader that is behind the end. It
+// says what is rare: otherwise the compiler guesses, and lays the two sides out in
+// different orders.
 uint32_t c_byte_checked(KEL_BYTE **r) {
   if (__builtin_expect(KELByte_Remain(*r) < sizeof(uint32_t), 0))
     return 0;
   uint32_t end = 0;
-  return KELByte_Get_le_uint32(*r, &end);
+  const uint32_t value = KELByte_Get_le_uint32(*r, &end);
+  return __builtin_expect(end != 0, 0) ? 0 : value;
 }
 uint32_t cpp_byte_checked(kel::byte_reader &r) {
   return r.get_le<uint32_t>().value_or(0);
