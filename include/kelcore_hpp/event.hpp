@@ -5,7 +5,11 @@
 ///     done.send();                  // worker
 ///     if (done.wait(1s)) ...        // controller
 ///
-/// Unlike the C call, an endless wait goes on when a signal interrupts it.
+/// Where it differs from the C calls:
+///  - An endless wait goes on when a signal interrupts it.
+///  - A wait with no_wait that finds nothing is a time-out (-1 from KEL_EventWait, as for
+///    failures).
+///  - leave() gives a named event up without removing the name.
 #ifndef KELCORE_HPP_EVENT_HPP
 #define KELCORE_HPP_EVENT_HPP
 
@@ -32,11 +36,11 @@ class event : public owner<KEL_SEMA, &KEL_EventDestroy> {
     return detail::opened<event>([&] { return KEL_EventCreate(name); });
   }
 
-  /// Takes one wake-up, waiting at most `limit`. The status tells a time-out from
-  /// another failure.
+  /// Takes one wake-up, waiting at most `limit`. The status tells a time-out, also of
+  /// no_wait, from another failure.
   [[nodiscard]] status wait(timeout limit) {
     if (!limit.is_infinite())
-      return status(KEL_EventWait(native_handle(), limit.native()));
+      return detail::waited(KEL_EventWait(native_handle(), limit.native()), limit);
     return detail::wait_through_signals(
         [this] { return KEL_EventWait(native_handle(), KEL_WAIT_FOREVER); });
   }
@@ -49,6 +53,10 @@ class event : public owner<KEL_SEMA, &KEL_EventDestroy> {
     int32_t sends = 0;
     return KEL_EventStatus(native_handle(), &sends) == 0 ? sends : 0;
   }
+
+  /// Lets go without removing the name: later openers find the event as it is. Only for
+  /// one that has a name; see semaphore::leave().
+  status leave() noexcept { return detail::given_up(*this); }
 };
 
 }  // namespace kel

@@ -15,6 +15,7 @@
 ///    channel come back empty-handed, as often as it has places: create() takes
 ///    those wake-ups itself.
 ///  - An endless receive goes on when a signal interrupts it.
+///  - A receive with no_wait that finds nothing is a time-out (-1 from KEL_MsgReceive).
 #ifndef KELCORE_HPP_MSG_HPP
 #define KELCORE_HPP_MSG_HPP
 
@@ -77,13 +78,13 @@ class channel<M *> : public owner<KEL_MSG, &KEL_MsgDestroy> {
   [[nodiscard]] status send(M *what) { return status(KEL_MsgSend(native_handle(), what)); }
 
   /// Takes the oldest message, waiting at most `wait` for one. Fails with
-  /// std::errc::timed_out, or at once with a code of its own for no_wait; each failure
-  /// is traced. Any number of threads may receive.
+  /// std::errc::timed_out, for no_wait at once; each failure is traced. Any number of
+  /// threads may receive.
   result<M *> receive(timeout wait) {
     KEL_MSG_DESC *got = nullptr;
     const auto take = [&] { return KEL_MsgReceive(native_handle(), &got, wait.native()); };
     const status taken =
-        wait.is_infinite() ? detail::wait_through_signals(take) : status(take());
+        wait.is_infinite() ? detail::wait_through_signals(take) : detail::waited(take(), wait);
     if (taken.code() == KEL_MSG_RECEIVED)
       return static_cast<M *>(got);
     // Woken for nothing; cannot be but on a channel that C code made.

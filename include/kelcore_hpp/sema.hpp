@@ -10,7 +10,10 @@
 ///
 /// Where it differs from the C calls:
 ///  - acquire() goes on when a signal interrupts it (KEL_SemaGet returns -1 then).
+///  - get() of an empty semaphore with no_wait is a time-out (-1 from KEL_SemaGet, as for
+///    failures).
 ///  - try_acquire() of an empty semaphore says so without an error trace.
+///  - leave() gives a named semaphore up without removing the name.
 #ifndef KELCORE_HPP_SEMA_HPP
 #define KELCORE_HPP_SEMA_HPP
 
@@ -36,6 +39,18 @@ status wait_through_signals(Wait &&wait) {
   return status(taken);
 }
 
+/// What a bounded wait came to. When there is nothing to take the C calls say -1 to
+/// no_wait, and to any other limit that the time is over.
+constexpr status waited(int32_t taken, timeout limit) noexcept {
+  return taken == -1 && limit.native() == 0 ? status(std::errc::timed_out) : status(taken);
+}
+
+/// For owners whose release removes a name from the system.
+template <class Owner>
+status given_up(Owner &named) noexcept {
+  return named.release() != nullptr ? status() : status(std::errc::invalid_argument);
+}
+
 }  // namespace detail
 
 class semaphore : public owner<KEL_SEMA, &KEL_SemaDestroy> {
@@ -59,10 +74,10 @@ class semaphore : public owner<KEL_SEMA, &KEL_SemaDestroy> {
     return detail::opened<semaphore>([&] { return KEL_SemaCreate_Custom(name, 0, 0); });
   }
 
-  /// Takes a unit, waiting at most `wait`: the C call as it is. The status tells a
-  /// time-out from another failure; a signal that interrupts an endless wait is one.
+  /// Takes a unit, waiting at most `wait`. The status tells a time-out, also of no_wait,
+  /// from another failure; a signal that interrupts an endless wait is one.
   [[nodiscard]] status get(timeout wait) {
-    return status(KEL_SemaGet(native_handle(), wait.native()));
+    return detail::waited(KEL_SemaGet(native_handle(), wait.native()), wait);
   }
 
   /// Takes a unit, waiting without limit, whatever signals come.
@@ -96,6 +111,11 @@ class semaphore : public owner<KEL_SEMA, &KEL_SemaDestroy> {
   /// Takes what there is at the call. Units given meanwhile stay; it blocks when
   /// another thread takes units meanwhile.
   void drain() { KEL_SemaReset(native_handle()); }
+
+  /// Lets go without removing the name: later openers find the semaphore as it is. Only
+  /// for one that has a name. The C calls release it with the name or not at all: a page
+  /// of memory stays taken until the process ends. Fails for an empty owner.
+  status leave() noexcept { return detail::given_up(*this); }
 };
 
 }  // namespace kel

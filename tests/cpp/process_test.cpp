@@ -29,6 +29,7 @@ TEST_F(CppIpc, CarriesPayloadsAndReasons) {
   auto queue = kel::ipc<command>::open(name_.c_str(), 2).value_or_throw();
   EXPECT_TRUE(queue.send(1, {10, "low"}, 1s));
   EXPECT_TRUE(queue.send(2, {20, "high"}, kel::infinite, 5));
+  EXPECT_TRUE(queue.send(3, {30, "none"}, kel::no_wait).timed_out());
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_TRUE(queue.send(3, {30, "none"}, 20ms).timed_out());
   EXPECT_GE(std::chrono::steady_clock::now() - begin, 19ms);
@@ -80,6 +81,48 @@ TEST(CppIpcOpen, SaysWhyItFails) {
               std::errc::no_such_file_or_directory);
 }
 
+// Runs `look` in a process of its own; tells whether it was content.
+template <class Look>
+bool in_another_process(Look look) {
+  const pid_t child = fork();
+  if (child == 0)
+    _exit(look() ? 0 : 1);
+  int how = -1;
+  return waitpid(child, &how, 0) == child && how == 0;
+}
+
+TEST(CppSemaphore, LeavingKeepsTheName) {
+  const std::string name = "/kelcore-cpp-sema-" + std::to_string(getpid());
+  {
+    auto mine = kel::semaphore::open(name.c_str(), 3).value_or_throw();
+    EXPECT_TRUE(in_another_process([&] {
+      auto theirs = kel::semaphore::open(name.c_str(), 7);
+      return theirs && theirs->get(1s).ok() && theirs->leave().ok() && !*theirs;
+    }));
+    auto again = kel::semaphore::open_existing(name.c_str());
+    ASSERT_TRUE(again) << "leaving removed the name";
+    EXPECT_EQ(again->count(), 2);
+  }
+  EXPECT_FALSE(kel::semaphore::open_existing(name.c_str())) << "an owner's end removes it";
+}
+
+TEST(CppEvent, LeavingKeepsTheName) {
+  const std::string name = "/kelcore-cpp-event-" + std::to_string(getpid());
+  {
+    auto mine = kel::event::open(name.c_str()).value_or_throw();
+    EXPECT_TRUE(in_another_process([&] {
+      auto theirs = kel::event::open(name.c_str());
+      return theirs && theirs->send().ok() && theirs->leave().ok() && !*theirs;
+    }));
+    EXPECT_TRUE(in_another_process([&] {
+      auto theirs = kel::event::open(name.c_str());
+      return theirs && theirs->pending() == 1;
+    })) << "leaving removed the name";
+    EXPECT_TRUE(mine.wait(kel::no_wait));
+  }
+  EXPECT_FALSE(kel::semaphore::open_existing(name.c_str())) << "an owner's end removes it";
+}
+
 struct totals {
   std::atomic<int> frames;
 };
@@ -101,16 +144,11 @@ TEST(CppSharedMemory, IsOneRecordInTwoProcesses) {
   const auto mine = new_segment(name);
   EXPECT_TRUE(mine.created());
   EXPECT_EQ(mine->frames, 0);
-  const pid_t child = fork();
-  if (child == 0) {
+  EXPECT_TRUE(in_another_process([&] {
     auto theirs = kel::shared_memory<totals>::open(name.c_str());
-    const bool ok =
-        theirs && !theirs->created() && ((*theirs)->frames += 5) == 5 && theirs->leave().ok();
-    _exit(ok ? 0 : 1);
-  }
-  int how = -1;
-  ASSERT_EQ(waitpid(child, &how, 0), child);
-  EXPECT_EQ(how, 0);
+    return theirs && !theirs->created() && ((*theirs)->frames += 5) == 5 &&
+           theirs->leave().ok();
+  }));
   EXPECT_EQ(mine->frames, 5);
   {
     auto again = kel::shared_memory<totals>::open(name.c_str()).value_or_throw();

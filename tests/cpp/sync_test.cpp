@@ -169,6 +169,7 @@ TEST(CppSemaphore, CountsUnits) {
   EXPECT_FALSE(s.try_acquire());
   EXPECT_FALSE(s.try_acquire_for(5ms));
   EXPECT_TRUE(s.get(5ms).timed_out());
+  EXPECT_TRUE(s.get(kel::no_wait).timed_out());
   EXPECT_TRUE(s.put());
   EXPECT_TRUE(s.put());
   EXPECT_EQ(s.count(), 2);
@@ -193,6 +194,18 @@ TEST(CppEvent, WakeUpsAreCounted) {
   EXPECT_TRUE(e.wait(kel::infinite));
   EXPECT_TRUE(e.wait(1s));
   EXPECT_TRUE(e.wait(5ms).timed_out());
+  EXPECT_TRUE(e.wait(kel::no_wait).timed_out());
+}
+
+TEST(CppWait, AnEmptyOwnerIsNoTimeOut) {
+  kel::semaphore no_semaphore;
+  kel::event no_event;
+  for (const kel::timeout limit : {kel::no_wait, kel::timeout(5ms), kel::infinite}) {
+    EXPECT_TRUE(no_semaphore.get(limit).error() == std::errc::invalid_argument);
+    EXPECT_TRUE(no_event.wait(limit).error() == std::errc::invalid_argument);
+  }
+  EXPECT_TRUE(no_semaphore.leave().error() == std::errc::invalid_argument);
+  EXPECT_TRUE(no_event.leave().error() == std::errc::invalid_argument);
 }
 
 }  // namespace
