@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
-"""Compares the code in the guide with the programs that tests build and run, and the
-links with what is there. With --write it puts the programs' text into the guide.
+"""Compares the code in the guide, and in docs/cpp.md, with the programs that tests build
+and run, and the links with what is there. With --write it puts the programs' text into the
+pages.
 
 A block of code follows "<!-- snippets/FILE -->" or "<!-- snippets/FILE: PART -->", the part
-standing in the file between "/* --- PART --- */" and "/* --- */"."""
+standing in the file between "/* --- PART --- */" and "/* --- */". Other programs than the
+guide's are shown in the same way: a file is named from the page's directory."""
 
 import re
 import sys
@@ -12,11 +14,11 @@ from pathlib import Path
 
 GUIDE = Path(__file__).resolve().parent
 DOCS = GUIDE.parent
-SHOWN = re.compile(r"<!-- (snippets/[\w.]+)(?:: ([\w ]+))? -->\n```(\w+)\n(.*?)```\n", re.S)
+SHOWN = re.compile(r"<!-- ([\w./]+)(?:: ([\w ]+))? -->\n```(\w+)\n(.*?)```\n", re.S)
 
 
 def code(path, part):
-    text = (GUIDE / path).read_text()
+    text = path.read_text()
     if part:
         found = re.search(r"^ *[/*]+ --- %s --- \*/\n(.*?)^ *[/*]+ --- \*/\n" % re.escape(part),
                           text, re.S | re.M)
@@ -33,11 +35,11 @@ def anchors(path):
 
 def complaints(write):
     used = set()
-    for page in sorted(GUIDE.glob("*.md")):
+    for page in sorted(GUIDE.glob("*.md")) + [DOCS / "cpp.md"]:
         text = page.read_text()
-        used |= {found[1] for found in SHOWN.finditer(text)}
+        used |= {(page.parent / found[1]).resolve() for found in SHOWN.finditer(text)}
         as_it_is = SHOWN.sub(lambda m: text[m.start():m.start(4)] +
-                             code(m[1], m[2]) + "```\n", text)
+                             code(page.parent / m[1], m[2]) + "```\n", text)
         if write:
             page.write_text(as_it_is)
         elif text != as_it_is:
@@ -45,7 +47,7 @@ def complaints(write):
         if len(re.findall(r"^```\w", text, re.M)) != len(SHOWN.findall(text)):
             yield f"{page.name}: code that no snippet has"
     for path in sorted((GUIDE / "snippets").glob("*.c*")):
-        if f"snippets/{path.name}" not in used:
+        if path not in used:
             yield f"snippets/{path.name}: not shown"
 
     index = (DOCS / "README.md").read_text()

@@ -49,6 +49,17 @@ kel::result<workshop> open_workshop() {
   return workshop{std::move(*jobs), std::move(*answers)};
 }
 
+/* --- failures --- */
+void show(const kel::result<answer *> &got) {
+  if (got)
+    std::printf("%d squared is %d\n", (*got)->input, (*got)->square);
+  else if (got.error() == std::errc::timed_out)
+    std::printf("no answer yet\n");
+  else
+    std::printf("no answer: %s\n", got.error().message().c_str());
+}
+/* --- */
+
 }  // namespace
 
 int main() {
@@ -62,20 +73,14 @@ int main() {
   if (!worker)
     return 1;
 
-  // Nothing has been asked yet: a time-out is std::errc::timed_out.
-  if (shop->answers.receive(5ms).error() == std::errc::timed_out)
-    std::printf("no answer yet\n");
+  show(shop->answers.receive(5ms));  // nothing has been asked yet
 
   job jobs[kJobs] = {{2}, {3}, {5}, {7}};
   for (job &each : jobs)
     if (!shop->jobs.push(&each))
       return 1;
-  for (int i = 0; i < kJobs; ++i) {
-    const auto got = shop->answers.receive(1s);
-    if (!got)
-      return 1;
-    std::printf("%d squared is %d\n", (*got)->input, (*got)->square);
-  }
+  for (int i = 0; i < kJobs; ++i)
+    show(shop->answers.receive(1s));
 
   job last = {-1};
   if (!shop->jobs.push(&last) || !worker->join())
