@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Doxygen's input filter: prints a public header with its plain comments turned into
-Doxygen's, one for each declaration, in the group of its family. Of families.ini it makes
-the main page and the groups."""
+Doxygen's, one for each declaration, in the group of its family, or of the C++ headers. Of
+families.ini it makes the main page and the groups."""
 
 import re
 import sys
@@ -9,14 +9,19 @@ from pathlib import Path
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "reference"))
+import cpp  # noqa: E402
 import headers  # noqa: E402
 
 FAMILIES = headers.families()
 ITEMS = {item.name for family in FAMILIES for header in family.headers
          for item in header.items if item.name}
+CPP = headers.ROOT / "include/kelcore_hpp"
+CPP_CLASSES = {name for path in CPP.glob("*.hpp") for name in cpp.classes(path.read_text())}
 
 
 def linked(text):
+    text = re.sub(r"\bkel\\::(\w+)\b",
+                  lambda m: f'@ref kel::{m[1]} "kel::{m[1]}"' if m[1] in CPP_CLASSES else m[0], text)
     return re.sub(r"\bKEL\w+\b",
                   lambda m: f'@ref {m[0]} "{m[0]}"' if m[0] in ITEMS else m[0], text)
 
@@ -34,9 +39,9 @@ def prose(text, links=True):
     return "".join(parts)
 
 
-def rendered(block):
+def rendered(block, language="c"):
     if block.kind == "code":
-        return ["@code{.c}"] + block.lines + ["@endcode", ""]
+        return ["@code{.%s}" % language] + block.lines + ["@endcode", ""]
     if block.kind == "table":
         return ["@verbatim"] + block.lines + ["@endverbatim", ""]
     if block.kind == "list":
@@ -105,12 +110,15 @@ def documented(header, item, parameters):
     return comment(lines)
 
 
+def trailing(text):
+    return "/**< " + prose(text[0].upper() + text[1:], False) + ". */"
+
+
 def declared(item):
     text = headers.ATTRIBUTES.sub("", item.declaration)
     if item.kind in ("struct", "enum"):
         return re.sub(r"/\* (.*?) \*/",
-                      lambda m: "/**< " + prose(m[1][0].upper() + m[1][1:], False) + ". */",
-                      text)
+                      lambda m: trailing(m[1]), text)
     return re.sub(r" */\*.*?\*/", "", text)
 
 
@@ -139,6 +147,36 @@ def print_header(path):
     print("/** @} */")
 
 
+def cpp_prose(lines):
+    """A comment of a C++ header, whose commands are Doxygen's already."""
+    told = []
+    for part in re.split(r"(?=@(?:tparam|throws)\b)", "\n".join(lines)):
+        command = re.match(r"@tparam +\S+ *|@throws +\S+ *", part)
+        blocks = headers.blocks_of(part[command.end() if command else 0:].split("\n"))
+        text = [line for block in blocks for line in rendered(block, "cpp")]
+        if command:
+            text[0] = command[0] + text[0]
+        told += text
+    return told
+
+
+def print_cpp_header(path):
+    text = path.read_text()
+    about = cpp_prose(cpp.file_comment(text))
+    print(comment([f"@file kelcore_hpp/{path.name}"] + about))
+    for told, head, lines in cpp.items(text):
+        if lines == ["}  // namespace kel"]:
+            print("/** @} */")
+        if told or head:
+            own = told and not told[0].startswith("@")
+            print(comment(([] if own else about) + cpp_prose(told or [])))
+        elif told is None and "///<" not in lines[0]:
+            continue
+        print("\n".join(re.sub(r"///< (.*)", lambda m: trailing(m[1]), line) for line in lines))
+        if lines == ["namespace kel {"]:
+            print(comment(["@addtogroup cpp", "@{"]))
+
+
 MAIN = """@mainpage
 The core runtime library of an embedded Linux media device, behind a plain C interface:
 @code{.c}
@@ -148,7 +186,20 @@ Programs include that header, or those of the families they use, and link with
 <tt>-lkelcore</tt>. Time-outs are milliseconds; results are 0 or a handle when all is
 well, and each function tells the rest. What is said under Threads, Blocking and Null is
 true of the family, as far as the function itself does not say otherwise.
+
+C++17 programs have owners, time-outs and containers over the same calls: @ref cpp.
 """
+
+CPP_GROUP = """@defgroup cpp The C++ headers
+Owners that release once, <tt>std\\::chrono</tt> time-outs, typed containers, failures as
+<tt>std\\::error_code</tt>; headers only, over the C calls:
+@code{.cpp}
+#include <kelcore/kelcore.hpp>
+@endcode
+The namespace is <tt>kel</tt>. Each class tells where it differs from the C calls.
+"""
+CPP_EXAMPLES = ("hello_cpp.cpp", "jobs_and_results.cpp", "frames_for_two.cpp",
+                "containers_in_regions.cpp")
 
 
 def print_groups():
@@ -165,12 +216,18 @@ def print_groups():
         for family in members:
             print(comment([f"@defgroup {family.key} {family.title}",
                            f"@ingroup area{number}"]))
+    lines = CPP_GROUP.split("\n")
+    for example in CPP_EXAMPLES:
+        lines += [f"@par Example: {example}", f"@include {example}", ""]
+    print(comment(lines))
 
 
 def main():
     path = Path(sys.argv[1])
     if path.suffix == ".ini":
         print_groups()
+    elif path.suffix == ".hpp":
+        print_cpp_header(path)
     else:
         print_header(path)
 

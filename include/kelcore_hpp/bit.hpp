@@ -29,8 +29,6 @@ namespace kel {
 /// Bytes behind the data that a cursor may touch.
 inline constexpr uint32_t bit_slack = 3;
 
-namespace detail {
-
 /// What reader and writer share: a cursor that knows its end.
 class bit_cursor : public owner<KEL_BIT, &KELBitClose> {
  public:
@@ -65,9 +63,7 @@ class bit_cursor : public owner<KEL_BIT, &KELBitClose> {
   uint32_t size_ = 0;
 };
 
-}  // namespace detail
-
-class bit_reader : public detail::bit_cursor {
+class bit_reader : public bit_cursor {
  public:
   constexpr bit_reader() noexcept = default;
   /// Takes over a C cursor over `bits` bits.
@@ -107,7 +103,7 @@ class bit_reader : public detail::bit_cursor {
   void back_to_mark() { KELBitBookmark(native_handle(), 0); }
 };
 
-class bit_writer : public detail::bit_cursor {
+class bit_writer : public bit_cursor {
  public:
   constexpr bit_writer() noexcept = default;
   /// Takes over a C cursor over `bits` bits, which are zero.

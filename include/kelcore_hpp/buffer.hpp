@@ -41,6 +41,7 @@
 
 namespace kel {
 
+/// How large a pool is. The first three amounts are not 0.
 struct media_options {
   uint32_t area_bytes = 0;  ///< all frames together
   uint32_t frame_room = 0;  ///< bytes offered for each
@@ -55,6 +56,7 @@ struct media_options {
 struct media_frame : KEL_BUF_DESC {
   constexpr media_frame() noexcept : KEL_BUF_DESC{} {}
 
+  /// Where to write, and what was read.
   writable_bytes writable() const noexcept { return {static_cast<uint8_t *>(data), room}; }
   bytes contents() const noexcept { return {static_cast<const uint8_t *>(data), size}; }
 };

@@ -120,6 +120,7 @@ inline const std::error_category &category() noexcept {
   return instance;
 }
 
+/// For the standard: a code of the library as an error code.
 inline std::error_code make_error_code(errc code) noexcept {
   return {static_cast<int>(code), category()};
 }

@@ -33,6 +33,7 @@
 
 namespace kel {
 
+/// How a file is opened.
 enum class file_mode : uint32_t {
   read = KEL_FILE_MODE_READ,    ///< must exist
   write = KEL_FILE_MODE_WRITE,  ///< made or emptied
@@ -43,6 +44,7 @@ enum class file_mode : uint32_t {
   replace = KEL_FILE_MODE_CREATE | KEL_FILE_MODE_RDWR,  ///< read and write; made or emptied
 };
 
+/// What an offset counts from.
 enum class seek_from : int32_t { start = 0, current = 1, end = 2 };
 
 namespace detail {
@@ -58,6 +60,7 @@ class file : public owner<FILE, &KEL_FileClose> {
  public:
   using owner::owner;
 
+  /// Opens the file. Fails for the system's reason.
   static result<file> open(const char *path, file_mode mode) {
     return detail::opened<file>(
         [&] { return KEL_FileOpen(path, static_cast<uint32_t>(mode)); });
@@ -94,6 +97,7 @@ class file : public owner<FILE, &KEL_FileClose> {
     return std::string_view(buffer.data());
   }
 
+  /// Writes the text, without its terminator.
   [[nodiscard]] status write_text(const char *text) {
     errno = 0;
     if (KEL_FileTextWrite(native_handle(), text) < 0)
@@ -146,6 +150,7 @@ class directory : public owner<KEL_DIR, &KEL_FileCloseDir> {
  public:
   using owner::owner;
 
+  /// Opens the directory at its first entry. Fails for the system's reason.
   static result<directory> open(const char *path) {
     return detail::opened<directory>([&] { return KEL_FileOpenDir(path); });
   }
@@ -173,6 +178,7 @@ inline result<KEL_FILE_ATTR> file_attributes(const char *path) {
   return attributes;
 }
 
+/// Whether there is something at `path`.
 inline bool file_exists(const char *path) {
   return KEL_FileExist(path, 0) == 0;
 }

@@ -107,6 +107,7 @@ class hash_table : public owner<KEL_HASHMAP, &detail::destroy_table> {
   /// Removes every entry.
   void clear() { KEL_Hashmap_reset(native_handle()); }
 
+  /// The entries that it holds.
   uint32_t size() const { return KEL_Hashmap_size(native_handle()); }
 
  private:

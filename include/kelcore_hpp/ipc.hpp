@@ -39,8 +39,8 @@ namespace kel {
 /// A message between processes: the header that all have, and the payload.
 template <class P>
 struct ipc_message {
-  KEL_IPC_MSG_HEADER header;
-  P payload;
+  KEL_IPC_MSG_HEADER header;  ///< the word, and the length of the payload
+  P payload;                  ///< what the sender wrote
 };
 
 /// Removes the queue of that name from the system; who has it open keeps it.

@@ -87,8 +87,11 @@ class list<T *> : public owner<KEL_NLIST, &detail::destroy_list> {
   /// An empty list. Fails when memory is short.
   static result<list> create() { return detail::owned<list>(KEL_NListCreate()); }
 
+  /// From the first node to the last.
   iterator begin() const { return iterator(KEL_NListGetHead(native_handle())); }
   iterator end() const noexcept { return iterator(); }
+
+  /// The number of items, which the list knows.
   uint32_t size() const { return KEL_NListGetNum(native_handle()); }
   bool empty() const { return size() == 0; }
 

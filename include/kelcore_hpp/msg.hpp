@@ -34,6 +34,7 @@ namespace kel {
 /// What every message begins with: a word of the application's own, and bytes that
 /// go with it (none at first). Derive a message from it to send more.
 struct message : KEL_MSG_DESC {
+  /// A message with that word, or 0, that carries nothing.
   constexpr message() noexcept : KEL_MSG_DESC{0, 0, nullptr} {}
   constexpr explicit message(uint32_t a_word) noexcept : KEL_MSG_DESC{a_word, 0, nullptr} {}
 
@@ -43,6 +44,7 @@ struct message : KEL_MSG_DESC {
     data = payload.empty() ? nullptr : payload.data();
     size = static_cast<uint32_t>(payload.size());
   }
+  /// What it carries.
   writable_bytes payload() const noexcept { return {static_cast<uint8_t *>(data), size}; }
 };
 

@@ -46,6 +46,7 @@ class timed_mutex : public mutex {
  public:
   using mutex::mutex;
 
+  /// As mutex::create().
   static result<timed_mutex> create() { return detail::owned<timed_mutex>(KEL_MutexCreate()); }
 
   /// Locks, waiting at most `wait`; tells whether it did.

@@ -36,8 +36,8 @@ class queue<T *> : public owner<KEL_QUEUE, &KEL_QueueDestroy> {
 
   /// What pop_entry() takes: converts to false when there was nothing.
   struct entry {
-    T *data = nullptr;
-    int32_t number = 0;
+    T *data = nullptr;   ///< null when there was nothing
+    int32_t number = 0;  ///< what went in with it
     constexpr explicit operator bool() const noexcept { return data != nullptr; }
   };
 

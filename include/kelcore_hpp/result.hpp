@@ -48,11 +48,13 @@ class status {
   /// From std::errc: the errno value with its sign turned, as the C calls do.
   constexpr status(std::errc code) noexcept : code_(-static_cast<int32_t>(code)) {}
 
+  /// Whether all is well.
   constexpr bool ok() const noexcept { return code_ == 0; }
   constexpr explicit operator bool() const noexcept { return ok(); }
 
   /// The C result.
   constexpr int32_t code() const noexcept { return code_; }
+  /// The same for the standard.
   std::error_code error() const noexcept { return {code_, category()}; }
 
   /// Whether a wait ended for want of time, however the C call says it.
@@ -80,11 +82,13 @@ class [[nodiscard]] result {
  public:
   using value_type = T;
 
+  /// From a value, or from a failure (asserted).
   constexpr result(T value) : value_(std::move(value)) {}
   constexpr result(status failure) : status_(failure) { assert(!failure.ok()); }
   constexpr result(errc failure) : result(status(failure)) {}
   constexpr result(std::errc failure) : result(status(failure)) {}
 
+  /// Whether there is a value.
   constexpr bool has_value() const noexcept { return status_.ok(); }
   constexpr explicit operator bool() const noexcept { return has_value(); }
 
@@ -98,6 +102,7 @@ class [[nodiscard]] result {
   constexpr T *operator->() noexcept { return &checked(); }
   constexpr const T *operator->() const noexcept { return &**this; }
 
+  /// The value, or `other` when there is none.
   constexpr T value_or(T other) && {
     return has_value() ? std::move(value_) : std::move(other);
   }
@@ -111,6 +116,7 @@ class [[nodiscard]] result {
 
   /// What happened; ok when there is a value.
   constexpr status outcome() const noexcept { return status_; }
+  /// The same for the standard.
   std::error_code error() const noexcept { return status_.error(); }
 
   /// `next(value)`, which returns a result of its own, or this one's failure.

@@ -63,6 +63,7 @@ class shared_memory : public owner<void, &KEL_ShmFree> {
   /// Whether this owner made the segment.
   bool created() const noexcept { return created_; }
 
+  /// The record, which is there as long as the owner has it.
   T *get() const noexcept { return static_cast<T *>(native_handle()); }
   T &operator*() const noexcept { return *get(); }
   T *operator->() const noexcept { return get(); }

@@ -106,6 +106,7 @@ class size_class {
   /// Gives a block of this class back.
   void deallocate(void *block) { KEL_SFree(block, size_); }
 
+  /// The block size as it was registered; 0 for an empty owner.
   uint32_t size() const noexcept { return size_; }
 
   /// Releases everything that the class owns; blocks still held become invalid.

@@ -35,6 +35,7 @@ class span {
                 !std::is_same_v<std::remove_cv_t<std::remove_reference_t<Range>>, span>>>
   constexpr span(Range &&range) noexcept : data_(range.data()), size_(range.size()) {}
 
+  /// What std::span offers; indexes and counts are asserted to be within.
   constexpr T *data() const noexcept { return data_; }
   constexpr size_type size() const noexcept { return size_; }
   constexpr size_type size_bytes() const noexcept { return size_ * sizeof(T); }
@@ -63,6 +64,7 @@ class span {
   size_type size_ = 0;
 };
 
+/// What is read, and what may be written over.
 using bytes = span<const uint8_t>;
 using writable_bytes = span<uint8_t>;
 

@@ -26,6 +26,7 @@
 
 namespace kel {
 
+/// How a thread is made; all zero is a plain one.
 struct thread_options {
   const char *name = nullptr;  ///< what the system shows, cut to 14 characters
   uint32_t priority = 0;       ///< 0 as the caller; else SCHED_FIFO, which needs the privilege

@@ -79,6 +79,7 @@ class thread_pool : public owner<KEL_THREADPOOL, &KEL_ThreadPool_Delete> {
     return returned;
   }
 
+  /// How many threads the pool has.
   int32_t workers() const noexcept { return workers_; }
 
  private:

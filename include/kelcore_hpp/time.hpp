@@ -31,8 +31,10 @@ struct tick_clock {
   using rep = duration::rep;
   using period = duration::period;
   using time_point = std::chrono::time_point<tick_clock>;
+  /// As std::chrono asks of a clock.
   static constexpr bool is_steady = true;
 
+  /// The ticks as of now.
   static time_point now() noexcept {
     return time_point(duration(static_cast<rep>(KEL_GetSystemTickUS())));
   }

@@ -29,6 +29,7 @@ class timeout {
 
   /// What the C calls take.
   constexpr uint32_t native() const noexcept { return ms_; }
+  /// Whether it waits for ever.
   constexpr bool is_infinite() const noexcept { return ms_ == KEL_WAIT_FOREVER; }
 
  private:

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """check_reference.py DOXYGEN DOXYFILE TAGFILE: the reference is written without a word
 of complaint, every exported function has its entry in it, and so have its parameters and
-what its family promises about threads, blocking and null."""
+what its family promises about threads, blocking and null. So has every class of the C++
+headers, and every public declaration in it that needs a word has one."""
 
 import configparser
 import subprocess
@@ -10,8 +11,25 @@ import xml.etree.ElementTree as tree
 from pathlib import Path
 
 sys.dont_write_bytecode = True
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "docs/reference"))
+for place in ("docs/reference", "docs/doxygen"):
+    sys.path.insert(0, str(Path(__file__).resolve().parents[2] / place))
+import cpp  # noqa: E402
 import headers  # noqa: E402
+
+
+def cpp_complaints(compounds):
+    paths = sorted((headers.ROOT / "include/kelcore_hpp").glob("*.hpp"))
+    if not paths:
+        yield "no C++ headers"
+    for path in paths:
+        text = path.read_text()
+        if path.name not in compounds:
+            yield f"{path.name}: not in the reference"
+        for name in cpp.classes(text):
+            if f"kel::{name}".replace(" ", "") not in compounds:
+                yield f"{path.name}: {name}: not in the reference"
+        for declaration in cpp.undocumented(text):
+            yield f"{path.name}: no comment: {declaration}"
 
 
 def complaints(doxygen, doxyfile, tagfile):
@@ -19,7 +37,11 @@ def complaints(doxygen, doxyfile, tagfile):
     if run.returncode or run.stdout or run.stderr:
         yield f"{run.stdout}{run.stderr}doxygen: {run.returncode}"
         return
-    entries = {member.find("name").text for member in tree.parse(tagfile).iter("member")
+    compounds = {compound.find("name").text.replace(" ", ""): compound
+                 for compound in tree.parse(tagfile).iter("compound")}
+    yield from cpp_complaints(compounds)
+    entries = {member.find("name").text for name, compound in compounds.items()
+               if name.endswith(".h") for member in compound.iter("member")
                if member.get("kind") == "function"}
     exported = set(headers.exported())
     for name in sorted(exported ^ entries):
