@@ -17,7 +17,8 @@
  * error trace with their number. Tracing takes a lock: from a callback it can
  * stop a thread that was interrupted while it traced. So can the handler's own
  * lines, if "keltime" is traced: that error, and at KEL_LEVEL_TRACE a line for
- * each expiry. Traces under "keltime".
+ * each expiry. Keep it silent: KEL_TraceSet("keltime:0,*:1"). Traces under
+ * "keltime".
  *
  * Threads: clocks and arithmetic are safe from any thread, and but for
  * KEL_GetlocalTime from a signal handler. Any thread may create timers; one at a

@@ -19,7 +19,9 @@
  *  - A line is cut at 4,095 characters.
  *  - Tracing never changes errno.
  *  - Tracing is no business of a signal handler: it takes a lock and writes to
- *    stdio streams.
+ *    stdio streams. Timers do it all the same, of expiries that were missed: a
+ *    line of theirs that interrupts a line can wait for ever. Programs with timers
+ *    put "keltime:0" in front.
  *
  * Threads: any thread may trace, a signal handler may not. Setting up
  * (KEL_TraceInit, KEL_TraceDeinit, KEL_TraceSet, KEL_TraceSetCB) is for one

@@ -23,7 +23,7 @@ int main(void) {
 
   /* "decoder" up to DEBUG, everything else errors only. The first entry that
    * fits decides, so "*" stands last. */
-  KEL_TraceSet("decoder:3,*:1");
+  KEL_TraceSet("decoder:3,keltime:0,*:1");
 
   TRACE("decoder", KEL_LEVEL_DEBUG, "frame %d is late\n", 7);
   TRACE("decoder", KEL_LEVEL_TRACE, "not printed: above the module's level\n");

@@ -29,7 +29,7 @@ static int start(struct parts *parts) {
   /* --- start --- */
   KEL_SystemInit(NULL);
   KEL_TraceInit(NULL);
-  KEL_TraceSet("*:1");
+  KEL_TraceSet("keltime:0,*:1"); /* no lines from a timer's signal handler */
   /* The pool first of all that may use it: list nodes and queue entries take
    * their memory there if their sizes are registered, and must give it back there. */
   KEL_SMalloc_Init();

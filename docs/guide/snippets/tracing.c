@@ -33,7 +33,7 @@ int main(void) {
   /* First thing in main(), while there is one thread. */
   const char *levels = KEL_GetEnv("PLAYER_TRACE");
   REQUIRE(KEL_TraceInit(NULL) == 0); /* or a path, which is emptied */
-  KEL_TraceSet(levels != NULL ? levels : "player:2,*:1");
+  KEL_TraceSet(levels != NULL ? levels : "player:2,keltime:0,*:1");
   /* --- */
   KEL_TraceSetCB(count_lines, 0);
   REQUIRE(opened("film.ts"));
