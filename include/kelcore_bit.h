@@ -1,9 +1,15 @@
 /* Bit cursor: fields of 1 to 25 bits, most significant bit first, as the
  * syntaxes of media codecs need them.
  *
- *     KEL_BIT *b = KELBitOpen(bytes, length);
- *     uint32_t profile = KELBitGetBit(b, 8);
- *     KELBitClose(b);
+ *     const uint8_t bytes[4 + 3] = {0x42, 0xC0, 0x1E, 0xA6}; // 4, and 3 of slack
+ *     KEL_BIT *b = KELBitOpen(bytes, 4);
+ *     if (b != NULL) {
+ *       uint32_t profile = KELBitGetBit(b, 8);
+ *       KELBitFlush(b, 8);
+ *       uint32_t level = KELBitGetBit(b, 8);
+ *       printf("profile %u, level %u\n", profile, level);
+ *       KELBitClose(b);
+ *     }
  *
  * Built for speed: no call checks bounds, the number of bits or a null cursor
  * (KELBitClose apart), none traces. The caller knows how much data there is

@@ -2,17 +2,20 @@
  *
  *     KEL_BUF_PARAM param = {.bufsize = 1 << 20, .minsize = 1 << 16, .number = 64};
  *     KEL_BUF *writer = KELBuf_Create(&param, NULL);
- *     KEL_BUF *reader = KELBuf_Create(&param, writer);    // one for each reader
+ *     KEL_BUF *reader = KELBuf_Create(&param, writer); // one for each reader
  *
  *     KEL_BUF_DESC d = {0};
- *     if (KELBuf_GetWBuf(writer, &d) == 0) {             // where to write, d.room bytes
+ *     if (KELBuf_GetWBuf(writer, &d) == 0) { // where to write, d.room bytes
  *       d.size = fill(d.data, d.room);
- *       KELBuf_FillWBuf(writer, &d);                     // commit
+ *       if (KELBuf_FillWBuf(writer, &d) == 0) // commit
+ *         KELBuf_DelRBuf(writer, &d);         // the writer's own share in the frame
  *     }
- *     if (KELBuf_GetRBuf(reader, &d) == 0) {             // the reader's next frame
+ *     if (KELBuf_GetRBuf(reader, &d) == 0) { // the reader's next frame
  *       use(d.data, d.size);
- *       KELBuf_DelRBuf(reader, &d);                      // done with it
+ *       KELBuf_DelRBuf(reader, &d); // done with it
  *     }
+ *     KELBuf_Destroy(reader);
+ *     KELBuf_Destroy(writer); // the last one frees the area
  *
  * A frame's place is used again once every handle that existed when it was
  * committed has deleted it: the writer's own handle counts, so the writer

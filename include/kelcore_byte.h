@@ -1,10 +1,15 @@
 /* Byte reader: a cursor over the caller's bytes for parsing binary headers.
  *
  *     KEL_BYTE *r = KELByte_Open(bytes, length);
- *     uint32_t end;
- *     uint32_t tag = KELByte_Get_be_uint32(r, &end);
- *     if (end) ...
- *     KELByte_Close(r);
+ *     if (r != NULL) {
+ *       uint32_t end;
+ *       uint32_t kind = KELByte_Get_char(r, &end); // `end` becomes 1 when there is none
+ *       uint32_t tag = 0;
+ *       if (!end && KELByte_Remain(r) >= sizeof tag) // only the first byte is checked
+ *         tag = KELByte_Get_be_uint32(r, NULL);
+ *       KELByte_Close(r);
+ *       printf("kind %u, tag %08x\n", kind, tag);
+ *     }
  *
  * Nothing is copied or owned, nothing is traced. Reads report the end of the
  * data through an optional word: 1 at the end, 0 when they delivered.

@@ -1,9 +1,14 @@
 /* Circular buffer: a copying byte FIFO of fixed capacity.
  *
  *     KEL_CIRCULAR *fifo = KELCircular_Create(1024);
- *     if (KELCircular_Push(fifo, packet, 188) == 0) ...
- *     if (KELCircular_Pop(fifo, packet, 188) == 0) ...
- *     KELCircular_Destroy(fifo);
+ *     if (fifo != NULL) {
+ *       uint8_t packet[188] = {0x47};
+ *       if (KELCircular_Push(fifo, packet, sizeof packet) != 0)
+ *         printf("no room, nothing was taken\n");
+ *       while (KELCircular_Pop(fifo, packet, sizeof packet) == 0)
+ *         use(packet);
+ *       KELCircular_Destroy(fifo);
+ *     }
  *
  * Push and pop move all bytes or none. No lock. Traces under "kelcircular".
  *

@@ -1,5 +1,8 @@
 /* The process environment.
  *
+ *     const char *levels = KEL_GetEnv("PLAYER_TRACE");
+ *     KEL_TraceSet(levels != NULL ? levels : "keltime:0,*:1");
+ *
  * Threads: safe from any, as long as no other one changes the environment.
  * Blocking: never.
  * Null: not allowed. */

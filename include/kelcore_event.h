@@ -1,8 +1,9 @@
 /* Events: wake-ups that are counted, never lost and never merged.
  *
  *     KEL_SEMA *done = KEL_EventCreate(NULL);
- *     KEL_EventSend(done);             // worker
- *     KEL_EventWait(done, 1000);       // controller
+ *     KEL_EventSend(done);                // the worker
+ *     if (KEL_EventWait(done, 1000) == 0) // the controller, for a second at most
+ *       printf("done\n");
  *     KEL_EventDestroy(done);
  *
  * An event is a semaphore that starts at 0: each send adds one pending

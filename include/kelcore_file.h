@@ -1,8 +1,12 @@
 /* Files, directories and disks.
  *
- *     FILE *f = KEL_FileOpen("/data/a.ts", KEL_FILE_MODE_READ);
- *     uint64_t n = KEL_FileRead(f, buffer, sizeof buffer);
- *     KEL_FileClose(f);
+ *     FILE *f = KEL_FileOpen(path, KEL_FILE_MODE_READ);
+ *     if (f != NULL) {
+ *       uint8_t packet[188];
+ *       while (KEL_FileRead(f, packet, sizeof packet) == sizeof packet)
+ *         use(packet);
+ *       KEL_FileClose(f);
+ *     }
  *
  * A file handle is the C library's stream itself. Failures are traced
  * under "kelfile", results are the C library's own, and errno is what the

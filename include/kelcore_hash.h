@@ -1,10 +1,13 @@
 /* Checksums, and a hash table from texts to 64-bit values.
  *
  *     KEL_HASHMAP *pids = KEL_Hashmap_Create(64, 1);
- *     KEL_Hashmap_Hash(pids, "video", 256);
- *     uint64_t pid;
- *     if (KEL_Hashmap_Get(pids, "video", &pid) == 0) ...
- *     KEL_Hashmap_DestroyFull(pids, NULL);
+ *     if (pids != NULL) {
+ *       KEL_Hashmap_Hash(pids, "video", 256); // the key is copied
+ *       uint64_t pid;
+ *       if (KEL_Hashmap_Get(pids, "video", &pid) == 0)
+ *         printf("video is on %u\n", (unsigned)pid);
+ *       KEL_Hashmap_DestroyFull(pids, NULL);
+ *     }
  *
  * The checksums are pure functions. The table takes no lock: callers that
  * share one guard it. Traces under "kelhash".

@@ -3,13 +3,18 @@
  * First family: a queue with a named semaphore for its senders, time-outs in
  * milliseconds, and a message that begins with a 16-byte header.
  *
- *     KEL_IPC *ipc = KEL_IPCOpen("/player", 8, 256, 0);
+ *     KEL_IPC *ipc = KEL_IPCOpen(name, 8, 256, 0);
  *     KEL_IPC_MSG_HEADER *m = KEL_IPCGetMsg(ipc, NULL);
- *     m->length = 5;                       // payload bytes, behind the header
- *     memcpy(m + 1, "pause", 5);
- *     KEL_IPCSend(ipc, m, 0, 100);         // this process
- *     KEL_IPCReceive(ipc, buffer, 1000);   // another one
+ *     if (m != NULL) {
+ *       m->length = 5; // payload bytes, behind the header
+ *       memcpy(m + 1, "pause", 5);
+ *       KEL_IPCSend(ipc, m, 0, 100);           // this process
+ *       if (KEL_IPCReceive(ipc, m, 1000) == 0) // another one, with a handle of its own
+ *         use(m + 1, m->length);
+ *     }
  *     KEL_IPCClose(ipc);
+ *     KEL_Free(m, 0);  // closing leaves the buffer
+ *     mq_unlink(name); // and the queue
  *
  * Second family (KEL_IPC_Msg...): raw blocks, no lock, no header.
  *

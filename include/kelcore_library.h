@@ -1,8 +1,14 @@
 /* Plug-ins: shared libraries loaded at run time.
  *
- *     void *plugin = KEL_LibraryLoad("/usr/lib/player/h264.so");
- *     Decode decode = (Decode)KEL_LibraryGetFunc(plugin, "decode");
- *     KEL_LibraryUnLoad(plugin);
+ *     void *library = KEL_LibraryLoad("libm.so.6");
+ *     if (library != NULL) {
+ *       double (*root)(double) = NULL;
+ *       void *address = KEL_LibraryGetFunc(library, "sqrt");
+ *       memcpy(&root, &address, sizeof root); // C keeps data and functions apart
+ *       if (root != NULL)
+ *         printf("%.3f\n", root(2));
+ *       KEL_LibraryUnLoad(library);
+ *     }
  *
  * Failures are traced under "kellibrary".
  *

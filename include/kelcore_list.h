@@ -2,10 +2,12 @@
  *
  *     KEL_NLIST *list = KEL_NListCreate();
  *     KEL_NLIST_NODE *node = KEL_NList_Node_new_data(frame);
- *     KEL_NListAddTail(list, node);
- *     for (KEL_NLIST_NODE *n = KEL_NListGetHead(list); n; n = KEL_NListGetNext(list, n))
- *       use(n->data);
- *     KEL_NListDel(list, node);
+ *     if (list != NULL && node != NULL) {
+ *       KEL_NListAddTail(list, node);
+ *       for (KEL_NLIST_NODE *n = KEL_NListGetHead(list); n; n = KEL_NListGetNext(list, n))
+ *         use(n->data);
+ *       KEL_NListDel(list, node);
+ *     }
  *     KEL_NList_Node_delete(node);
  *     KEL_NListDestroy(list);
  *

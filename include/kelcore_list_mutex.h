@@ -1,5 +1,15 @@
 /* Locked list: the list of kelcore_list.h with a mutex of its own.
  *
+ *     KEL_LIST *list = KEL_ListCreate();
+ *     KEL_LIST_NODE *node = KEL_List_Node_new_data(frame);
+ *     if (list != NULL && node != NULL) {
+ *       KEL_ListAddTail(list, node); // any thread
+ *       KEL_ListDel(list, node);     // any other one
+ *     }
+ *     KEL_List_Node_delete(node);
+ *     if (list != NULL)
+ *       KEL_ListDestroy(list);
+ *
  * Each operation that changes the list is atomic by itself; a sequence of them
  * is not, and KEL_ListMove and KEL_ListMoveToTail are two steps between which
  * other threads may run. The Get calls take no lock: a caller that walks the

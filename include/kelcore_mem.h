@@ -1,7 +1,9 @@
 /* Memory: the one layer through which the library allocates.
  *
- *     char *p = KEL_Malloc(256, 0, 0, "player", __LINE__, __func__);
- *     p = KEL_ReAlloc(p, 512);
+ *     char *p = KEL_Malloc(256, 0, 0, __FILE__, __LINE__, __func__); // zeroed
+ *     char *larger = KEL_ReAlloc(p, 512);
+ *     if (larger != NULL) // else the old block is still there
+ *       p = larger;
  *     KEL_Free(p, 0);
  *
  * Blocks are those of the C library: what malloc() gave may be passed to

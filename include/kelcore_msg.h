@@ -1,11 +1,17 @@
 /* Message channel: messages between the threads of one process.
  *
  *     KEL_MSG *channel = KEL_MsgCreate(0, 16, 4096);
- *     KEL_MSG_DESC message = {FRAME, length, bytes};
- *     KEL_MsgSend(channel, &message);              // any thread
- *     KEL_MSG_DESC *got;
- *     if (KEL_MsgReceive(channel, &got, 1000) == KEL_MSG_RECEIVED) use(got);
- *     KEL_MsgDestroy(channel);
+ *     KEL_MSG_DESC message = {kFrame, length, bytes}, *got;
+ *     if (channel != NULL) {
+ *       KEL_MsgSend(channel, &message); // any thread
+ *       int32_t result;
+ *       do // 0 says "nothing yet": a new channel does so up to 16 times
+ *         result = KEL_MsgReceive(channel, &got, 1000);
+ *       while (result == 0);
+ *       if (result == KEL_MSG_RECEIVED)
+ *         use(got);
+ *       KEL_MsgDestroy(channel);
+ *     }
  *
  * Only pointers travel: the receiver gets the very descriptor that was sent.
  * The sender keeps descriptor and payload alive and unchanged until then, and

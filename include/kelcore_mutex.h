@@ -1,7 +1,10 @@
 /* Mutual exclusion.
  *
  *     KEL_MUTEX *lock = KEL_MutexCreate();
- *     if (KEL_MutexLock(lock, 50) == 0) { ... KEL_MutexUnLock(lock); }
+ *     if (KEL_MutexLock(lock, 50) == 0) { // else not locked, for whatever reason
+ *       ++count;
+ *       KEL_MutexUnLock(lock);
+ *     }
  *     KEL_MutexDestroy(lock);
  *
  * Not recursive: locking twice from one thread waits for ever, or for the

@@ -1,9 +1,12 @@
 /* Queue: a named, thread-safe FIFO of (pointer, number) pairs.
  *
  *     KEL_QUEUE *jobs = KEL_QueueCreate("jobs", 64);
- *     KEL_QueuePush(jobs, job, 7);                 // any thread
+ *     if (KEL_QueuePush(jobs, job, 7) != 0) // any thread; never waits
+ *       printf("full\n");
  *     int32_t number;
- *     Job *j = KEL_QueuePop(jobs, &number, 1000);  // one consumer at a time
+ *     void *next = KEL_QueuePop(jobs, &number, 1000); // one consumer at a time
+ *     if (next != NULL)
+ *       perform(next, number);
  *     KEL_QueueDestroy(jobs);
  *
  * Bounded (maxnode > 0): all entries are made at creation, nothing is

@@ -1,15 +1,17 @@
 /* Ring buffer: a byte stream that parsers read in place.
  *
  *     KEL_RING *ring = KELRing_Create(65536);
- *     uint32_t room, held;
- *     uint8_t *from = KELRing_GetRBuf(ring, &held);
- *     uint8_t *to = KELRing_GetWBuf(ring, &room);
- *     ssize_t got = read(fd, to, room - held);
- *     if (got > 0)
- *       KELRing_FillWBuf(ring, (int32_t)got);
- *     from = KELRing_GetRBuf(ring, &held);
- *     KELRing_DelRBuf(ring, parse(from, held));
- *     KELRing_Destroy(ring);
+ *     if (ring != NULL) {
+ *       uint32_t size, held;
+ *       KELRing_GetRBuf(ring, &held);
+ *       uint8_t *to = KELRing_GetWBuf(ring, &size);
+ *       ssize_t got = read(fd, to, size - held); // `size` is the whole ring
+ *       if (got > 0)
+ *         KELRing_FillWBuf(ring, (int32_t)got);
+ *       uint8_t *from = KELRing_GetRBuf(ring, &held);
+ *       KELRing_DelRBuf(ring, parse(from, held));
+ *       KELRing_Destroy(ring);
+ *     }
  *
  * Data never wraps: the buffer has twice its nominal size, and what is unread
  * slides back to the start once the reading has passed the nominal size. No

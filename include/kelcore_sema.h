@@ -1,8 +1,9 @@
 /* Counting semaphores, private to the process or shared by name.
  *
  *     KEL_SEMA *items = KEL_SemaCreate(NULL, 0);
- *     KEL_SemaPut(items);                        // any thread
- *     if (KEL_SemaGet(items, 100) == 0) { ... }  // another one
+ *     KEL_SemaPut(items);               // any thread
+ *     if (KEL_SemaGet(items, 100) == 0) // another one
+ *       printf("one item\n");
  *     KEL_SemaDestroy(items);
  *
  * Threads: any number may get and put at once; destroying while others wait is

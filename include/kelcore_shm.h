@@ -1,8 +1,12 @@
 /* Shared memory: System V segments found by name.
  *
  *     uint8_t created;
- *     Totals *t = KEL_ShmMalloc("totals", sizeof *t, &created, __FILE__, __LINE__, __func__);
- *     KEL_ShmFree(t);
+ *     Totals *t = KEL_ShmMalloc(name, sizeof *t, &created, __FILE__, __LINE__, __func__);
+ *     if (t != NULL) {
+ *       if (created) // else somebody has begun it, who may be a stranger
+ *         t->pictures = 1;
+ *       KEL_ShmFree(t);
+ *     }
  *
  * The first 4 of the 16 bytes in front of the data hold the segment's
  * identifier. Failures are printed on standard output, in red; they are not

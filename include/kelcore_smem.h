@@ -1,10 +1,12 @@
 /* Pool allocator: zeroed blocks of up to ten registered sizes.
  *
  *     KEL_SMalloc_Init();
- *     KEL_SMalloc_Register(64, "packet");
- *     void *p = KEL_SMalloc(64);
- *     KEL_SFree(p, 64);
- *     KEL_SMalloc_UnRegister(64);
+ *     if (KEL_SMalloc_Register(64, "packet") == 0) {
+ *       void *p = KEL_SMalloc(64);
+ *       if (p != NULL)
+ *         KEL_SFree(p, 64);
+ *       KEL_SMalloc_UnRegister(64);
+ *     }
  *     KEL_SMalloc_Deinit();
  *
  * Each size owns chunks of 4096 equal blocks, so that allocating and freeing

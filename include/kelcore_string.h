@@ -1,8 +1,8 @@
 /* Text helpers.
  *
- *     char name[16];
- *     KEL_strtrim("cfg[video]x", "[", "]", name, sizeof name);  // "video"
- *     KEL_FourCC_String(0x31637661, code);                      // "avc1"
+ *     char name[16], code[5];
+ *     KEL_strtrim("cfg[video]x", "[", "]", name, sizeof name); // "video"
+ *     KEL_FourCC_String(0x31637661, code);                     // "avc1"
  *
  * Nothing traces or blocks. Everything is reentrant but KEL_FourCC_String
  * without a buffer, KEL_char2Wchar and KEL_Wchar2char, which hand out buffers

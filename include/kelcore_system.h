@@ -1,8 +1,12 @@
 /* Start-up, shut-down and error texts.
  *
- *     static int32_t ready(void *unused, int32_t zero) { ... return 0; }
+ *     static int32_t ready(void *unused, int32_t zero) {
+ *       (void)unused, (void)zero;
+ *       return puts("ready");
+ *     }
+ *
  *     KEL_SystemInit(ready);
- *     ...
+ *     printf("%s\n", KEL_GetErrorStr(KEL_ERR_OUT_OF_MEMORY));
  *     KEL_SystemUnInit(NULL);
  *
  * Threads: any thread may make every call; a signal handler may call

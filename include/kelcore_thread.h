@@ -1,9 +1,15 @@
 /* Threads and sleeps.
  *
- *     static void *run(void *arg) { ... return arg; }
- *     KEL_THREAD *t = KEL_ThreadCreate("reader", 0, 0, run, &job);
+ *     static void *run(void *number) {
+ *       ++*(int *)number;
+ *       return number;
+ *     }
+ *
+ *     int number = 41;
+ *     KEL_THREAD *t = KEL_ThreadCreate("reader", 0, 0, run, &number);
  *     void *result;
- *     KEL_ThreadDelete(t, &result);   // joins and releases
+ *     if (KEL_ThreadDelete(t, &result) == 0) // joins and releases
+ *       printf("%d\n", *(int *)result);
  *
  * A thread is either joined once (KEL_ThreadDelete) or detached once, never
  * both. A detached thread's handle is not released by any call: keep it for

@@ -2,8 +2,8 @@
  *
  *     KEL_THREADPOOL *pool = KEL_ThreadPool_Create("decoder", 0, 0, 4);
  *     int32_t worker = KEL_ThreadPool_Run(pool, decode, frame);
- *     int32_t result;
- *     KEL_ThreadPool_Stop(pool, worker, &result);  // waits for the job
+ *     if (worker >= 0)                              // else all are busy
+ *       KEL_ThreadPool_Stop(pool, worker, &result); // waits for the job
  *     KEL_ThreadPool_Delete(pool);
  *
  * Jobs are not queued: without an idle worker Run refuses. Traces under "kelthreadpool".

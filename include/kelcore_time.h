@@ -3,9 +3,13 @@
  * Clocks and arithmetic are stateless and report no failure (KEL_GetlocalTime
  * shares the C library's calendar buffer for an instant).
  *
- *     static void tick(void *flag) { *(volatile sig_atomic_t *)flag = 1; }
- *     KEL_TIMER *timer = KEL_TimerCreate(20000, tick, &flag);
- *     KEL_TimerStart(timer, 0, 1, NULL, NULL);   // every 20 ms from now on
+ *     static volatile sig_atomic_t expired;
+ *     static void tick(void *flag) {
+ *       *(volatile sig_atomic_t *)flag = 1;
+ *     }
+ *
+ *     KEL_TIMER *timer = KEL_TimerCreate(20000, tick, (void *)&expired);
+ *     KEL_TimerStart(timer, 0, 1, NULL, NULL); // every 20 ms from now on
  *     KEL_TimerDestroy(timer);
  *
  * Timers call back in SIGNAL CONTEXT, on whatever thread receives the signal

@@ -1,9 +1,9 @@
 /* The trace facility: one line per event, filtered by module and level.
  *
- *     KEL_TraceInit("/tmp/app.log");           // lock and optional file
- *     KEL_TraceSet("kelqueue:3,player:4,*:1"); // who may print how much
- *     KEL_Trace("player", KEL_LEVEL_INFO, "player.c", __LINE__, __func__,
- *               "opened %s\n", name);
+ *     KEL_TraceInit(path);                    // lock and optional file
+ *     KEL_TraceSet("player:4,keltime:0,*:1"); // who may print how much
+ *     KEL_Trace("player", KEL_LEVEL_INFO, "player.c", __LINE__, __func__, "opened %s\n", name);
+ *     KEL_TraceDeinit();
  *
  * A line reads "00000012345 INFO :[player] player.c:42 (open) : opened x",
  * the first field being KEL_GetSystemTick() in milliseconds. It goes to

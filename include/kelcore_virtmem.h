@@ -2,7 +2,8 @@
  *
  *     KEL_VMEM *heap = KEL_VMemCreate(NULL, 1 << 20);
  *     void *p = KEL_VMalloc(heap, 100);
- *     KEL_VFree(heap, p);
+ *     if (p != NULL)
+ *       KEL_VFree(heap, p);
  *     KEL_VMemDestroy(heap);
  *
  * Every block is preceded by a header of 56 bytes inside the region, with a

@@ -3,14 +3,17 @@
 and run, and the links with what is there. With --write it puts the programs' text into the
 pages.
 
-A block of code follows "<!-- snippets/FILE -->" or "<!-- snippets/FILE: PART -->", the part
-standing in the file between "/* --- PART --- */" and "/* --- */". Other programs than the
-guide's are shown in the same way: a file is named from the page's directory."""
+A block of code follows "<!-- snippets/FILE -->" or "<!-- snippets/FILE: PART -->". Other
+programs than the guide's are shown in the same way: a file is named from the page's
+directory."""
 
 import re
 import sys
-import textwrap
 from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "reference"))
+import parts  # noqa: E402
 
 GUIDE = Path(__file__).resolve().parent
 DOCS = GUIDE.parent
@@ -18,14 +21,7 @@ SHOWN = re.compile(r"<!-- ([\w./]+)(?:: ([\w ]+))? -->\n```(\w+)\n(.*?)```\n", r
 
 
 def code(path, part):
-    text = path.read_text()
-    if part:
-        found = re.search(r"^ *[/*]+ --- %s --- \*/\n(.*?)^ *[/*]+ --- \*/\n" % re.escape(part),
-                          text, re.S | re.M)
-        if not found:
-            raise ValueError(f"{path}: no part {part}")
-        text = textwrap.dedent(found[1])
-    return text
+    return parts.part(path, part) if part else path.read_text()
 
 
 def anchors(path):
