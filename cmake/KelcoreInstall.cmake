@@ -115,3 +115,13 @@ endforeach()
 file(GLOB _licences "${PROJECT_SOURCE_DIR}/LICENSE*" "${PROJECT_SOURCE_DIR}/COPYING*")
 install(FILES ${_licences} "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT Development)
+
+# The documents and the small programs lie there as in the repository, so that the
+# links of each lead somewhere; what builds and checks them stays in the repository.
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/docs"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT Development
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN "*.c" PATTERN "*.cpp"
+  PATTERN "man" EXCLUDE PATTERN "doxygen" EXCLUDE PATTERN "reference" EXCLUDE)
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples/basics" "${PROJECT_SOURCE_DIR}/examples/cpp"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples" COMPONENT Development
+  FILES_MATCHING PATTERN "*.md" PATTERN "*.c" PATTERN "*.cpp" PATTERN "*.h")

@@ -193,7 +193,7 @@ def family_page(family):
     if family.examples:
         where = ["examples/basics/" if (headers.ROOT / "examples/basics" / e).exists()
                  else "docs/guide/snippets/" for e in family.examples]
-        lines += ([".Pp"] if examples else [".Sh EXAMPLES"]) + ["A whole program:"]
+        lines += ([".Pp"] if examples else [".Sh EXAMPLES"]) + ["A whole program, in share/doc/kelcore of an installation:"]
         lines += [f".Pa {w}{e}" for w, e in zip(where, family.examples)]
     lines += see_also(family)
     if surprises:
