@@ -23,6 +23,8 @@
  * size. Names begin with '/'. Traces under "kelipc".
  *
  * Surprises worth knowing:
+ *  - A time-out of 0 is not "at once": the first family then waits without limit,
+ *    unless the queue was opened with nonblock, and so does KEL_IPC_MsgRecv.
  *  - Time-outs of the first family above 4294 ms wrap around, those of sending and
  *    of receiving; so KEL_WAIT_FOREVER is no endless wait there.
  *  - A sender takes its turn at a semaphore of the system. One that is killed in

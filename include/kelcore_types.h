@@ -27,10 +27,14 @@
 /* text: index of the format argument, first: index of the first value. */
 #define KEL_PRINTF(text, first) __attribute__((__format__(__printf__, text, first)))
 
-/* A time-out is an unsigned number of milliseconds: 0 tries once and never
- * blocks, KEL_WAIT_FOREVER has no limit, any other value is one bounded wait
- * against an absolute CLOCK_REALTIME deadline (setting the clock forward
- * shortens it). */
+/* A time-out is an unsigned number of milliseconds: 0 does not wait,
+ * KEL_WAIT_FOREVER has no limit, any other value is one bounded wait against an
+ * absolute CLOCK_REALTIME deadline (setting the clock forward shortens it).
+ *
+ * Messages between processes differ: to KEL_IPCSend, KEL_IPCSend_CustomMsg and
+ * KEL_IPCReceive 0 means what the queue was opened with, a wait without limit or
+ * none at all, and values above 4294 wrap around (KEL_WAIT_FOREVER is 4.3 seconds
+ * there). KEL_IPC_MsgRecv takes a signed number and waits without limit below 1. */
 #define KEL_WAIT_FOREVER 0x7FFFFFFFu
 
 /* Status codes. 0 is success, failures have the top bit set.
