@@ -30,7 +30,8 @@ KEL_BEGIN_DECLS
 typedef struct KEL_BIT KEL_BIT;
 
 /* A cursor at the first bit of `size` bytes, which stay the caller's and must
- * outlive it (and be writable if it writes). Null when memory is short. */
+ * outlive it (and be writable if it writes). Owned by the caller until
+ * KELBitClose; null when memory is short. */
 KEL_API KEL_NODISCARD KEL_BIT *KELBitOpen(const void *data, uint32_t size);
 
 /* Releases the cursor; null is ignored. */
@@ -62,7 +63,7 @@ KEL_API void KELBitPutByte(KEL_BIT *cursor, int32_t count, const uint8_t *bytes)
 
 /* With `set` non-zero remembers the position (one at a time), with 0 goes back
  * to it, as often as wanted. Never go back before remembering. Returns the
- * cursor. */
+ * cursor, never null. */
 KEL_API KEL_BIT *KELBitBookmark(KEL_BIT *cursor, uint32_t set);
 
 /* The number of bits read, skipped and written since open. */

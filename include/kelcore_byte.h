@@ -37,7 +37,7 @@ KEL_BEGIN_DECLS
 typedef struct KEL_BYTE KEL_BYTE;
 
 /* A reader at the first of `size` bytes, which stay the caller's and must
- * outlive it. Null when memory is short. */
+ * outlive it. Owned by the caller until KELByte_Close; null when memory is short. */
 KEL_API KEL_NODISCARD KEL_BYTE *KELByte_Open(const void *data, uint32_t size);
 
 /* Releases the reader; the bytes are untouched. Null is ignored. */
@@ -71,11 +71,11 @@ KEL_API void *KELByte_Peek_4char(KEL_BYTE *reader, void *to, uint32_t *end);
 KEL_API void *KELByte_Get_string(KEL_BYTE *reader, void *to, uint32_t count, uint32_t *end);
 KEL_API void *KELByte_Peek_string(KEL_BYTE *reader, void *to, uint32_t count, uint32_t *end);
 
-/* 3 bytes as a number, first byte highest; 0 at the end. */
+/* The next 3 bytes as a number, first byte highest; 0 at the end. */
 KEL_API uint32_t KELByte_Get_3char_be_uint32(KEL_BYTE *reader, uint32_t *end);
 
-/* Integers, least (le) or most (be) significant byte first; 0 at the end. Get
- * moves the position, Peek leaves it. 16-bit values are extended to 32 bits. */
+/* The next integer, least (le) or most (be) significant byte first; 0 at the end.
+ * Get moves the position, Peek leaves it. 16-bit values are extended to 32 bits. */
 KEL_API int32_t KELByte_Get_le_int16(KEL_BYTE *reader, uint32_t *end);
 KEL_API int32_t KELByte_Peek_le_int16(KEL_BYTE *reader, uint32_t *end);
 KEL_API uint32_t KELByte_Get_le_uint16(KEL_BYTE *reader, uint32_t *end);

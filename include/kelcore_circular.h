@@ -24,8 +24,9 @@ KEL_BEGIN_DECLS
 
 typedef struct KEL_CIRCULAR KEL_CIRCULAR;
 
-/* An empty buffer for `size` bytes; null when memory is short. With a size of 0
- * it takes and gives nothing but 0 bytes. */
+/* An empty buffer for `size` bytes, owned by the caller until KELCircular_Destroy;
+ * null when memory is short. With a size of 0 it takes and gives nothing but 0
+ * bytes. */
 KEL_API KEL_NODISCARD KEL_CIRCULAR *KELCircular_Create(uint32_t size);
 
 /* Releases the buffer. Returns 0; -1 for null. */

@@ -36,7 +36,7 @@ KEL_BEGIN_DECLS
 
 typedef struct KEL_HASHMAP KEL_HASHMAP;
 
-/* CRC-32 (reflected polynomial 0xEDB88320, as zlib's) of `length` bytes; 0 for
+/* The CRC-32 (reflected polynomial 0xEDB88320, as zlib's) of `length` bytes; 0 for
  * none. */
 KEL_API uint32_t KEL_Hash_crc32(const void *data, uint32_t length);
 
@@ -49,7 +49,8 @@ KEL_API uint32_t KEL_Hash_crc16(const void *data, uint32_t length);
 KEL_API uint32_t KEL_Hashmap_string(const char *key, uint32_t size);
 
 /* A table of `size` slots (0: 256) that may double when `expandable` is not 0.
- * Powers of two are looked up fastest. Null when memory is short. */
+ * Powers of two are looked up fastest. Owned by the caller until
+ * KEL_Hashmap_DestroyFull; null when memory is short. */
 KEL_API KEL_NODISCARD KEL_HASHMAP *KEL_Hashmap_Create(uint32_t size, uint8_t expandable);
 
 /* Releases the table without the copies of its keys. Null is ignored. */

@@ -50,10 +50,11 @@ KEL_API KEL_NODISCARD KEL_NLIST *KEL_NListCreate(void);
  * and free them first. Null is ignored. */
 KEL_API void KEL_NListDestroy(KEL_NLIST *list);
 
-/* A zeroed node, or one with `data` set; null when memory is short. Nodes come
- * from the pool allocator's 24-byte class when that is registered (see
- * kelcore_smem.h), else from the heap. The same test decides how a node is
- * freed: do not register or unregister that class while nodes live. */
+/* A zeroed node, or one with `data` set, owned by the caller until
+ * KEL_NList_Node_delete; null when memory is short. Nodes come from the pool
+ * allocator's 24-byte class when that is registered (see kelcore_smem.h), else
+ * from the heap. The same test decides how a node is freed: do not register or
+ * unregister that class while nodes live. */
 KEL_API KEL_NODISCARD KEL_NLIST_NODE *KEL_NList_Node_new(void);
 KEL_API KEL_NODISCARD KEL_NLIST_NODE *KEL_NList_Node_new_data(void *data);
 

@@ -52,9 +52,10 @@ KEL_API KEL_NODISCARD KEL_LIST *KEL_ListCreate(void);
  * are. The list must not be null, and no other thread may be using it. */
 KEL_API void KEL_ListDestroy(KEL_LIST *list);
 
-/* A node, or one with `data` set; null when memory is short. The links are not
- * set by these calls: a node that a registered 24-byte pool class recycles is
- * zeroed by the pool. Freed by the same test (see KEL_NList_Node_new). */
+/* A node, or one with `data` set, owned by the caller until KEL_List_Node_delete;
+ * null when memory is short. The links are not set by these calls: a node that a
+ * registered 24-byte pool class recycles is zeroed by the pool. Freed by the same
+ * test (see KEL_NList_Node_new). */
 KEL_API KEL_NODISCARD KEL_LIST_NODE *KEL_List_Node_new(void);
 KEL_API KEL_NODISCARD KEL_LIST_NODE *KEL_List_Node_new_data(void *data);
 

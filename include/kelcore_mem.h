@@ -50,9 +50,9 @@ KEL_API KEL_NODISCARD void *KEL_Malloc(uint32_t size, uint32_t align, uint32_t f
 KEL_API KEL_NODISCARD void *KEL_Calloc(uint32_t count, uint32_t size, uint32_t reserved,
                                        const char *file, int32_t line, const char *func);
 
-/* realloc(block, size); `block` may be null. Returns the new block; null for a
- * size of 0, which releases the block, and on failure, the old block then
- * staying valid (KEL_MemTblUpdate is told null all the same). */
+/* realloc(block, size); `block` may be null. Returns the new block, to be released
+ * with KEL_Free; null for a size of 0, which releases the block, and on failure,
+ * the old block then staying valid (KEL_MemTblUpdate is told null all the same). */
 KEL_API KEL_NODISCARD void *KEL_ReAlloc(void *block, uint32_t size);
 
 /* Releases a block; null is ignored. `flag` goes to KEL_MemTblRemove, pass 0. */
@@ -64,14 +64,15 @@ KEL_API void KEL_Free(void *block, uint32_t flag);
  * other threads allocate such memory. Returns 0. */
 KEL_API int32_t KEL_MemInit(KEL_NC_MALLOC allocate, KEL_NC_FREE release);
 
-/* Memory from the installed non-cache allocator, `size` in bytes, or null. Its
- * owner gives it to KEL_NonCacheFree. */
+/* A block of `size` bytes from the installed non-cache allocator, or null. Owned by
+ * the caller until KEL_NonCacheFree. */
 KEL_API KEL_NODISCARD void *KEL_NonCacheMalloc(uint32_t size);
 
 /* Hands `block` to the installed non-cache release function. */
 KEL_API void KEL_NonCacheFree(void *block);
 
-/* malloc(): the non-cache pair at start. Returns the block, or null. */
+/* malloc(): the non-cache pair at start. Returns the block, to be released with
+ * KEL_DefaultNCFree, or null. */
 KEL_API KEL_NODISCARD void *KEL_DefaultNCMalloc(uint32_t size);
 
 /* free(): the other one of the pair. Null is ignored. */

@@ -36,8 +36,8 @@ KEL_BEGIN_DECLS
 
 typedef struct KEL_RING KEL_RING;
 
-/* An empty ring of `size` bytes (2 x size are taken); null when memory is
- * short. */
+/* An empty ring of `size` bytes (2 x size are taken), owned by the caller until
+ * KELRing_Destroy; null when memory is short. */
 KEL_API KEL_NODISCARD KEL_RING *KELRing_Create(uint32_t size);
 
 /* Releases the ring. Returns 0; -1 for null. */
@@ -46,15 +46,16 @@ KEL_API int32_t KELRing_Destroy(KEL_RING *ring);
 /* Forgets what is unread. Null is ignored. */
 KEL_API void KELRing_Reset(KEL_RING *ring);
 
-/* Where to write, and the nominal size; null for null, `size` being left. */
+/* Returns where to write, inside the ring's own memory, and in `size` the nominal
+ * size; null for null, `size` being left. */
 KEL_API uint8_t *KELRing_GetWBuf(KEL_RING *ring, uint32_t *size);
 
 /* Tells that `count` bytes were written there. Returns the unread bytes; 0 for
  * null. */
 KEL_API uint32_t KELRing_FillWBuf(KEL_RING *ring, int32_t count);
 
-/* All unread bytes in one piece, and their number; null for null, `size` being
- * left. */
+/* Returns all unread bytes in one piece, inside the ring's own memory, and in `size`
+ * their number; null for null, `size` being left. */
 KEL_API uint8_t *KELRing_GetRBuf(KEL_RING *ring, uint32_t *size);
 
 /* Tells that the first `count` unread bytes are done with. Returns what is

@@ -30,8 +30,8 @@ typedef struct KEL_SEMA KEL_SEMA;
 KEL_API KEL_NODISCARD KEL_SEMA *KEL_SemaCreate(const char *name, uint32_t count);
 
 /* As KEL_SemaCreate; but with `create` 0 a named semaphore must exist already.
- * The name is removed from the system on failure also then. Returns what that
- * returns. */
+ * The name is removed from the system on failure also then. Returns the semaphore,
+ * owned by the caller until KEL_SemaDestroy; null on failure. */
 KEL_API KEL_NODISCARD KEL_SEMA *KEL_SemaCreate_Custom(const char *name, uint32_t count,
                                                       uint8_t create);
 

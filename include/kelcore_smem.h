@@ -75,9 +75,10 @@ KEL_API int32_t KEL_SMalloc_UnRegister(uint32_t size);
  * being held. Returns 0 or -1. */
 KEL_API int32_t KEL_SMallocAdd(KEL_SMEM_SLOT *slot, uint32_t size);
 
-/* A zeroed block of a registered size; null when the size is not registered or
- * memory is short, and when a record was overwritten: the lock then stays taken,
- * for nothing in the table can be trusted. */
+/* A zeroed block of a registered size, the caller's until KEL_SFree with the same
+ * size (or until KEL_SMalloc_UnRegister, with all of that size); null when the size
+ * is not registered or memory is short, and when a record was overwritten: the lock
+ * then stays taken, for nothing in the table can be trusted. */
 KEL_API KEL_NODISCARD void *KEL_SMalloc(uint32_t size);
 
 /* Gives a block of that size back. Returns 0 in every case. */

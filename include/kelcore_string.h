@@ -44,14 +44,15 @@ KEL_API char *KEL_strtrim(const char *text, const char *open, const char *close,
                           uint32_t size);
 
 /* Kept for programs that call it; no conversion is made. Returns a buffer of 256
- * bytes. */
+ * bytes, never null: the library's own. */
 KEL_API wchar_t *KEL_char2Wchar(const char *unused);
 
 /* Kept for programs that call it; no conversion is made. Returns a buffer of 256
- * bytes. */
+ * bytes, never null: the library's own. */
 KEL_API char *KEL_Wchar2char(const wchar_t *unused);
 
-/* Kept for programs that call it; no conversion is made. Returns `to`, untouched. */
+/* Kept for programs that call it; no conversion is made. Returns `to`, untouched,
+ * null for null. */
 KEL_API char *KEL_Wchar2charcopy(const wchar_t *unused, char *to);
 
 KEL_END_DECLS

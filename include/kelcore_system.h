@@ -39,8 +39,8 @@ KEL_API const char *KEL_GetErrorStr(uint32_t code);
 /* The calling thread's errno, unchanged. */
 KEL_API uint32_t KEL_GetLastError(void);
 
-/* strerror() of the calling thread's errno: valid until the thread's next
- * call of it, owned by the C library. */
+/* The text of the calling thread's errno, as strerror() gives it (never null): valid
+ * until the thread's next call of that, owned by the C library. */
 KEL_API const char *KEL_GetLastErrorStr(void);
 
 KEL_END_DECLS

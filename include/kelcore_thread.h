@@ -40,7 +40,8 @@ typedef void *(*KEL_THREAD_ENTRY)(void *arg);
  *   priority, which needs the privilege.
  * `stack_size`: bytes, 0 for the default; a size that the system refuses as
  *   invalid is replaced by 128 KiB.
- * Returns the handle, or null; every failure is traced. */
+ * Returns the handle, which KEL_ThreadDelete releases, or null; every failure is
+ * traced. */
 KEL_API KEL_NODISCARD KEL_THREAD *KEL_ThreadCreate(const char *name, uint32_t priority,
                                                    uint32_t stack_size, KEL_THREAD_ENTRY entry,
                                                    void *arg);

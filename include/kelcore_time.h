@@ -40,17 +40,17 @@
 
 KEL_BEGIN_DECLS
 
-/* Milliseconds of CLOCK_MONOTONIC (truncated): time since an arbitrary start that
+/* The milliseconds of CLOCK_MONOTONIC (truncated): time since an arbitrary start that
  * setting the clock does not change. */
 KEL_API uint64_t KEL_GetSystemTick(void);
 
 /* The same time in microseconds. */
 KEL_API uint64_t KEL_GetSystemTickUS(void);
 
-/* Whole seconds of CLOCK_REALTIME since the epoch. */
+/* The whole seconds of CLOCK_REALTIME since the epoch. */
 KEL_API int64_t KEL_GetEpochTime(void);
 
-/* `time` in whole milliseconds (truncated). */
+/* The whole milliseconds of `time` (truncated). */
 KEL_API uint64_t KEL_TIMESPECtoMS(const struct timespec *time);
 
 /* Splits milliseconds into seconds and microseconds. */
@@ -65,7 +65,7 @@ KEL_API void KEL_TimeMStoTimespec(uint64_t ms, struct timespec *time);
 KEL_API int64_t KEL_TimevalDiff(const struct timeval *start, const struct timeval *end,
                                 struct timeval *result);
 
-/* a + b for normalised values (nanoseconds below 1,000,000,000). */
+/* The sum of two normalised values (nanoseconds below 1,000,000,000). */
 KEL_API struct timespec KEL_TimespecAdd(struct timespec a, struct timespec b);
 
 /* Writes the local calendar time of now. Returns 0 always; a date that the C

@@ -53,7 +53,9 @@ KEL_BEGIN_DECLS
 typedef struct KEL_VMEM KEL_VMEM;
 
 /* A heap over `size` bytes at `region`, which is zeroed; with a null region the
- * memory is allocated. Null when memory is short, or for a size of 0 without a
+ * memory is allocated. Owned by the caller until KEL_VMemDestroy, which frees the
+ * region in either case: one that the caller gives comes from malloc and is the
+ * heap's from then on. Null when memory is short, or for a size of 0 without a
  * region. A region that has no room for a header (56 bytes) is taken, yields no
  * block, and its free count wraps to a huge number. */
 KEL_API KEL_NODISCARD KEL_VMEM *KEL_VMemCreate(void *region, uint32_t size);
@@ -64,7 +66,8 @@ KEL_API void KEL_VMemReset(KEL_VMEM *heap);
 /* Releases lock, region and record; null is ignored. */
 KEL_API void KEL_VMemDestroy(KEL_VMEM *heap);
 
-/* A block of `size` bytes, or null. What it holds is undefined. */
+/* A block of `size` bytes, the caller's until KEL_VFree in the same heap (or until
+ * the heap goes), or null. What it holds is undefined. */
 KEL_API KEL_NODISCARD void *KEL_VMalloc(KEL_VMEM *heap, uint32_t size);
 
 /* Frees a block and merges it with free neighbours. Returns 0; -1 for a broken
@@ -76,7 +79,7 @@ KEL_API int32_t KEL_VFree(KEL_VMEM *heap, void *data);
  * block then being free. */
 KEL_API void *KEL_VReAlloc(KEL_VMEM *heap, void *data, uint32_t size);
 
-/* Free bytes, headers of free blocks included but the first; 0 for null. Takes
+/* The free bytes, headers of free blocks included but the first; 0 for null. Takes
  * no lock. */
 KEL_API uint32_t KEL_VGetFree(KEL_VMEM *heap);
 

@@ -1,10 +1,11 @@
 #!/usr/bin/env python3
 """check_reference.py DOXYGEN DOXYFILE TAGFILE: the reference is written without a word
-of complaint, every exported function has its entry in it, and so have its parameters and
-what its family promises about threads, blocking and null. So has every class of the C++
-headers, and every public declaration in it that needs a word has one."""
+of complaint, every exported function has its entry in it, and so have its parameters, its
+result, and what its family promises about threads, blocking and null. So has every class of
+the C++ headers, and every public declaration in it that needs a word has one."""
 
 import configparser
+import re
 import subprocess
 import sys
 import xml.etree.ElementTree as tree
@@ -32,6 +33,29 @@ def cpp_complaints(compounds):
             yield f"{path.name}: no comment: {declaration}"
 
 
+# The first words of a comment that tells what there is, and not what is done.
+THING = re.compile(r"(A|An|The|All|[01] (if|when)) ")
+RELEASING = re.compile(r"KEL\w*(Destroy|Close|Delete|_delete|Free|UnLoad)")
+
+
+def silent_on_result(header, item):
+    """What a comment keeps from who gets the result of a function: what it is, whether it
+    can be null, who releases it."""
+    if item.kind not in ("function", "callback") or item.result in ("void", ""):
+        return
+    told = " ".join(block.text for block in item.blocks)
+    returned = re.search(r"\b([Rr]eturns?|results are) ", told)
+    if not returned and not THING.match(told):
+        yield f"{item.name}: nothing about the result"
+    if item.kind == "callback" or not item.result.endswith("*"):
+        return
+    if not re.search(r"\b[Nn]ull\b", told):
+        yield f"{item.name}: nothing about a null result"
+    declaration = re.search(r"^[^;*/]*\*%s\(" % item.name, header.path.read_text(), re.M)
+    if "KEL_NODISCARD" in declaration[0] and not RELEASING.search(told):
+        yield f"{item.name}: nothing about who releases it"
+
+
 def complaints(doxygen, doxyfile, tagfile):
     run = subprocess.run([doxygen, doxyfile], capture_output=True, text=True)
     if run.returncode or run.stdout or run.stderr:
@@ -46,6 +70,11 @@ def complaints(doxygen, doxyfile, tagfile):
     exported = set(headers.exported())
     for name in sorted(exported ^ entries):
         yield f"{name}: {'not in the reference' if name in exported else 'not exported'}"
+
+    for family in headers.families():
+        for header in family.headers:
+            for item in header.items:
+                yield from silent_on_result(header, item)
 
     table = configparser.ConfigParser(interpolation=None)
     table.optionxform = str
