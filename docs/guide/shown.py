@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """Compares the code in the guide, and in docs/cpp.md, with the programs that tests build
-and run, and the links with what is there. With --write it puts the programs' text into the
-pages.
+and run, the figures with those of docs/performance.md, and the links with what is there.
+With --write it puts the programs' text and the figures into the pages.
 
 A block of code follows "<!-- snippets/FILE -->" or "<!-- snippets/FILE: PART -->". Other
 programs than the guide's are shown in the same way: a file is named from the page's
-directory."""
+directory. A figure is followed by "<!-- JOB -->"."""
 
 import re
 import sys
@@ -17,11 +17,19 @@ import parts  # noqa: E402
 
 GUIDE = Path(__file__).resolve().parent
 DOCS = GUIDE.parent
+PERFORMANCE = DOCS / "performance.md"
+FIGURE = re.compile(r"\w[\w.]*(?: [num]s)?<!-- (\w+) -->")
 SHOWN = re.compile(r"<!-- ([\w./]+)(?:: ([\w ]+))? -->\n```(\w+)\n(.*?)```\n", re.S)
 
 
 def code(path, part):
     return parts.part(path, part) if part else path.read_text()
+
+
+def figures():
+    """The times of the jobs, to two digits, as text."""
+    rows = re.findall(r"^\| (\w+) \| ([\d.]+) ([num]s) \|", PERFORMANCE.read_text(), re.M)
+    return {job: f"{float(f'{float(time):.2g}'):g} {unit}" for job, time, unit in rows}
 
 
 def anchors(path):
@@ -30,16 +38,21 @@ def anchors(path):
 
 
 def complaints(write):
-    used = set()
+    used, times = set(), figures()
     for page in sorted(GUIDE.glob("*.md")) + [DOCS / "cpp.md"]:
         text = page.read_text()
         used |= {(page.parent / found[1]).resolve() for found in SHOWN.finditer(text)}
         as_it_is = SHOWN.sub(lambda m: text[m.start():m.start(4)] +
                              code(page.parent / m[1], m[2]) + "```\n", text)
+        as_it_is = FIGURE.sub(lambda m: f"{times.get(m[1], 'no')}<!-- {m[1]} -->", as_it_is)
         if write:
             page.write_text(as_it_is)
         elif text != as_it_is:
-            yield f"{page.name}: not what the snippets are; {Path(__file__).name} --write"
+            yield f"{page.name}: not what the snippets or the figures are; " \
+                  f"{Path(__file__).name} --write"
+        for job in FIGURE.findall(text):
+            if job not in times:
+                yield f"{page.name}: docs/performance.md has no {job}"
         if len(re.findall(r"^```\w", text, re.M)) != len(SHOWN.findall(text)):
             yield f"{page.name}: code that no snippet has"
     for path in sorted((GUIDE / "snippets").glob("*.c*")):
