@@ -96,8 +96,8 @@ KEL_API KEL_NLIST_NODE *KEL_NList_GetNthList(KEL_NLIST *list, uint32_t index);
  * Returns 0; -1 for a null argument or broken links. */
 KEL_API int32_t KEL_NListMove(KEL_NLIST *list, KEL_NLIST_NODE *dst, KEL_NLIST_NODE *src);
 
-/* Moves `node` to the tail. Returns 0, also when it is there already; -1 for a
- * null list or broken links. */
+/* Moves `node` to the tail. Returns 0, also when it is there already and for a null
+ * node (which is traced); -1 for a null list or broken links. */
 KEL_API int32_t KEL_NListMoveToTail(KEL_NLIST *list, KEL_NLIST_NODE *node);
 
 KEL_END_DECLS

@@ -96,8 +96,9 @@ KEL_API KEL_LIST_NODE *KEL_List_GetNthList(KEL_LIST *list, uint32_t index);
  * (unlink, link). Returns 0; -1 for a null argument or broken links. */
 KEL_API int32_t KEL_ListMove(KEL_LIST *list, KEL_LIST_NODE *dst, KEL_LIST_NODE *src);
 
-/* Moves `node` to the tail, in two separately locked steps. Returns 0, also when
- * it is there already; -1 for a null list or broken links. */
+/* Moves `node` to the tail, in two separately locked steps. Returns 0, also when it
+ * is there already and for a null node (which is traced); -1 for a null list or broken
+ * links. */
 KEL_API int32_t KEL_ListMoveToTail(KEL_LIST *list, KEL_LIST_NODE *node);
 
 KEL_END_DECLS
