@@ -258,12 +258,56 @@ TEST(Ipc, AFileThatIsNoSemaphore) {
   EXPECT_EQ(removed.status, 0);
 }
 
-TEST(Ipc, NamesThatAreTooLong) {
-  const std::string name = "/" + std::string(300, 'n');
-  const Result result = Ipc({"--remove", "--yes", name});
-  EXPECT_EQ(result.status, 1);
+void ExpectTooLong(const std::vector<std::string> &options, size_t length) {
+  const std::string name = "/" + std::string(length, 'n');
+  std::vector<std::string> words = options;
+  words.push_back(name);
+  const Result result = Ipc(words);
+  EXPECT_EQ(result.status, 2) << length;
   EXPECT_EQ(result.out, "");
-  EXPECT_TRUE(Contains(result.err, name));
+  EXPECT_EQ(result.err.find("kelctl: a name is too long, with " + std::to_string(length) +
+                            " bytes behind the '/': a message queue's has 255 at most, a "
+                            "semaphore's 251: " +
+                            name + "\n"),
+            0u)
+      << result.err;
+}
+
+TEST(Ipc, NamesThatAreTooLong) {
+  ExpectTooLong({}, 256);
+  ExpectTooLong({}, 300);
+  ExpectTooLong({"--json"}, 256);
+  ExpectTooLong({"--remove", "--yes"}, 256);
+  ExpectTooLong({"--drain", "--yes"}, 256);
+  ExpectTooLong({"--only", "queue"}, 256);
+  ExpectTooLong({"--only", "semaphore"}, 252);
+}
+
+TEST(Ipc, ATooLongNameLeavesTheOthersAlone) {
+  const RealQueue queue(UniqueName("beside"), 2, 16);
+  ASSERT_TRUE(queue.ok());
+  EXPECT_EQ(Ipc({"--remove", "--yes", queue.name(), std::string(300, 'n')}).status, 2);
+  EXPECT_TRUE(queue.exists());
+}
+
+std::string Lengthened(const std::string &name, size_t length) {
+  return name + std::string(length - (name.size() - 1), 'n');
+}
+
+TEST(Ipc, TheLongestNamesThatThereAre) {
+  const RealQueue queue(Lengthened(UniqueName("queue"), 255), 2, 16);
+  const RealSemaphore semaphore(Lengthened(UniqueName("semaphore"), 251), 3);
+  ASSERT_TRUE(queue.ok() && semaphore.ok());
+  EXPECT_TRUE(Contains(Ipc({queue.name()}).out, "message queue " + queue.name() + "\n"));
+  const Result result = Ipc({"--only", "semaphore", semaphore.name()});
+  EXPECT_TRUE(Contains(result.out, "semaphore " + semaphore.name() + "\n  value    3\n"));
+  EXPECT_EQ(Ipc({"--remove", "--yes", queue.name(), semaphore.name()}).status, 0);
+  EXPECT_FALSE(queue.exists() || semaphore.exists());
+}
+
+TEST(Ipc, ANameThatOnlyAQueueCouldHave) {
+  const std::string name = "/" + std::string(252, 'n');
+  EXPECT_EQ(Ipc({name}).err, "kelctl: there is no message queue or semaphore " + name + "\n");
 }
 
 }  // namespace

@@ -181,6 +181,16 @@ TEST(Shm, NamesThatShareNothing) {
             "own\n");
 }
 
+// Only their sum is looked up, so there is none that is too long.
+TEST(Shm, LongNames) {
+  std::string name(5000, 'n');
+  while (kelctl::FindSegment(kelctl::KeyOfName(name)) || kelctl::KeyOfName(name) == 0)
+    name += 'n';
+  const Result result = Shm({name});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err.find("kelctl: there is no segment of name '" + name + "' (key 0x"), 0u);
+}
+
 TEST(Shm, OddNamesAreValidJson) {
   const std::string name = UniqueName("a\"\n\xFF");
   EXPECT_EQ(ReadJson(Shm({"--json", name}).out)["name"].text, UniqueName("a\"\n\xEF\xBF\xBD"));

@@ -1,5 +1,7 @@
 // kelctl ipc: message queues and named semaphores.
 
+#include <climits>
+
 #include "command.h"
 #include "confirm.h"
 #include "ipc_report.h"
@@ -61,11 +63,21 @@ bool Readable(const Thing &thing, const char *kind) {
   return false;
 }
 
-std::string WithSlash(const std::string &name) {
+// What the system takes behind the '/'. A semaphore is a file, with "sem." in front.
+constexpr size_t kLongestQueue = NAME_MAX;
+constexpr size_t kLongestSemaphore = NAME_MAX - 4;
+
+// With the '/', and such as what is asked for can have.
+std::string FullName(const std::string &name, const std::string &only) {
   std::string full = name.empty() || name[0] != '/' ? "/" + name : name;
   if (full.size() == 1 || full.find('/', 1) != std::string::npos)
     throw UsageError("'" + name + "' names neither a queue nor a semaphore: it needs " +
                      "something behind the one '/' that it may begin with");
+  if (full.size() - 1 > (only == "semaphore" ? kLongestSemaphore : kLongestQueue))
+    throw UsageError("a name is too long, with " + Count(full.size() - 1, "byte") +
+                     " behind the '/': a message queue's has " + std::to_string(kLongestQueue) +
+                     " at most, a semaphore's " + std::to_string(kLongestSemaphore) + ": " +
+                     full);
   return full;
 }
 
@@ -131,8 +143,8 @@ int Ipc::List() {
 
 Found Ipc::Find(const std::string &operand) const {
   Found found;
-  found.name = WithSlash(operand);
   const std::string only = options_.Value("only", "");
+  found.name = FullName(operand, only);
   if (only != "semaphore")
     found.queue = FindQueue(found.name);
   if (only != "queue")
@@ -245,7 +257,7 @@ bool Ipc::Handle(const std::string &operand, Json &json) const {
 int Ipc::Show() {
   // Before anything is done to any of them.
   for (const std::string &operand : options_.operands())
-    WithSlash(operand);
+    FullName(operand, options_.Value("only", ""));
   int status = kSuccess;
   Json json;
   json.Object().Key("names").Array();
