@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
 """check_documents.py DOCUMENTS PREFIX CC CXX: in the installed documents no link leads to
-nowhere, and each installed program builds as they say."""
+nowhere, and each installed program builds as they say, also as a CMake project."""
 
 import os
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -38,6 +39,18 @@ with tempfile.TemporaryDirectory() as place:
     told = subprocess.run([f"{place}/lists"], capture_output=True, text=True, check=True).stdout
     if not told.startswith("news sport film"):
         sys.exit(f"lists printed\n{told}")
+    # The project that the guide shows, with the program that it shows.
+    snippets = documents / "docs/guide/snippets"
+    shutil.copy(snippets / "find_package.cmake", f"{place}/CMakeLists.txt")
+    shutil.copy(snippets / "hello.c", place)
+    for command in (["cmake", "-S", place, "-B", f"{place}/build", f"-DCMAKE_C_COMPILER={c}",
+                     f"-DCMAKE_PREFIX_PATH={prefix}"],
+                    ["cmake", "--build", f"{place}/build"]):
+        subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+    told = subprocess.run([f"{place}/build/hello"], capture_output=True, text=True,
+                          check=True).stdout
+    if told != "hello 1\n":
+        sys.exit(f"hello printed\n{told}")
 if len(programs) < 30:
     sys.exit(f"{len(programs)} programs")
 print(f"{links} links, {len(programs)} programs")
