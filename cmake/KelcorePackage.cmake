@@ -59,8 +59,8 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${_library} ${_exactly}, libc6-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "${_summary} - development files
-Headers, the static library, files for CMake and pkg-config, and printers for
-the debugger.")
+Headers, the static library, files for CMake and pkg-config, documents, example
+programs, and printers for the debugger.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kelcore-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
