@@ -14,7 +14,7 @@ const char kHelp[] =
     "      --frames           list every frame, too\n"
     "      --publish NAME     offer the progress to other processes\n"
     "      --watch NAME       show what another kelstream publishes, until it ends\n"
-    "      --trace TEXT       trace levels, as in kelstream:3,kelfile:2,*:1\n"
+    "      --trace TEXT       trace levels, as in kelstream:3,keltime:0,*:1\n"
     "      --trace-file PATH  write traces to this file, too\n"
     "      --help             print this text\n"
     "      --version          print the version\n"
