@@ -1,10 +1,13 @@
 // The media buffer pool with several handles, against a ring of frames and the
 // positions of its readers; and as long as these are used as meant, no frame is
-// offered a place where another one is still being read.
+// offered a place where another one is still being read. The table of usage is
+// the process's: it goes on from run to run, in the model, too.
 
 #include <kelcore_buffer.h>
+#include <malloc.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "fuzz.h"
 
@@ -12,6 +15,9 @@ namespace {
 
 constexpr int32_t kInvalid = -22, kNoRoom = -28, kNothing = -25, kNotFound = -1;
 constexpr size_t kMostHandles = 4;
+constexpr uint32_t kMostCounted = 3;
+
+KEL_BUF_USAGE usage;
 
 struct Frame {
   KEL_BUF_DESC desc;
@@ -31,6 +37,11 @@ bool Same(const KEL_BUF_DESC &a, const KEL_BUF_DESC &b) {
          a.index == b.index && a.further == b.further;
 }
 
+bool Same(const KEL_BUF_USAGE &a, const KEL_BUF_USAGE &b) {
+  return std::equal(std::begin(a.media1), std::end(a.media1), b.media1) &&
+         a.media2 == b.media2 && a.media3 == b.media3 && a.high == b.high;
+}
+
 class Run {
  public:
   explicit Run(FuzzedDataProvider &input) : input_(input) {
@@ -44,8 +55,15 @@ class Run {
     ChooseArea(input.ConsumeIntegralInRange<int>(0, 2));
     handles_.push_back({KELBuf_Create(&param_, nullptr), 0, 0});
     FUZZ_CHECK(handles_[0].buf != nullptr);
+    // An empty pool offers its beginning.
+    KEL_BUF_DESC desc = {};
+    FUZZ_EQUAL(KELBuf_GetWBuf(handles_[0].buf, &desc), 0);
+    area_ = Address(desc.data);
+    FUZZ_CHECK(area_ != 0 && (param_.area == nullptr || param_.area == desc.data));
   }
   ~Run() {
+    while (counted_ > 0)
+      DestroyCopy();
     for (const Handle &handle : handles_)
       KELBuf_Destroy(handle.buf);
   }
@@ -69,8 +87,17 @@ class Run {
       Duplicate(handle);
     else if (choice < 250)
       Drop();
+    else if (choice < 252)
+      Count(handle);
+    else if (choice < 253)
+      Uncount();
+    else if (choice < 254)
+      Compare(handle);
+    else
+      Enter(handle);
     for (const Handle &each : handles_)
       Check(each);
+    FUZZ_CHECK(Same(*KELBuf_GetUsage(), usage));
   }
 
  private:
@@ -94,17 +121,15 @@ class Run {
   void Write(Handle &handle) {
     KEL_BUF_DESC desc = {};
     const int32_t result = KELBuf_GetWBuf(handle.buf, &desc);
-    // What is committed anywhere makes any answer right.
-    if (!predictable_)
-      return;
-    if (filled_ == 0 && area_ == nullptr)
-      area_ = static_cast<uint8_t *>(desc.data);
-    uint8_t *place = Place();
-    FUZZ_EQUAL(result, place != nullptr ? 0 : kNoRoom);
+    uintptr_t place = 0;
+    FUZZ_EQUAL(result, Offer(&place));
     if (result != 0)
       return;
-    FUZZ_CHECK(desc.data == place);
+    FUZZ_EQUAL(Address(desc.data), place);
     FUZZ_EQUAL(desc.room, param_.minsize);
+    // Where something was committed that was not offered, this may be anywhere.
+    if (!predictable_)
+      return;
     FUZZ_CHECK(place >= area_ && place + desc.room <= area_ + param_.bufsize);
     if (Exhausted())
       orderly_ = false;
@@ -112,33 +137,58 @@ class Run {
     if (input_.ConsumeBool())
       return;
     desc.size = input_.ConsumeIntegralInRange<uint32_t>(1, desc.room);
-    memset(place, Fill(written_), desc.size);
+    memset(desc.data, Fill(written_), desc.size);
     Describe(desc);
     FUZZ_EQUAL(KELBuf_FillWBuf(handle.buf, &desc), 0);
     Committed(handle, desc);
   }
 
-  // Where the next frame may be written; null when there is no room.
-  uint8_t *Place() const {
+  // Where the next frame may be written, and what that makes of the usage.
+  int32_t Offer(uintptr_t *place) {
+    *place = area_;
     if (filled_ == 0)
-      return area_;
+      return 0;
     if (filled_ == param_.number)
-      return nullptr;
+      return kNoRoom;
     const Frame &newest = frames_[Before(write_)];
-    const auto *oldest = static_cast<uint8_t *>(frames_[oldest_].desc.data);
-    const ptrdiff_t read = oldest != nullptr ? oldest - area_ : 0;
-    const ptrdiff_t write =
-        newest.desc.data == nullptr
-            ? 0
-            : static_cast<uint8_t *>(newest.desc.data) - area_ + newest.taken;
-    const ptrdiff_t least = param_.minsize, size = param_.bufsize;
-    if (write < read)
-      return read - write >= least ? area_ + write : nullptr;
-    if (size - (write - read) < least)
-      return nullptr;
-    if (size - write > least)
-      return area_ + write;
-    return read >= least ? area_ : nullptr;
+    const uintptr_t oldest = Address(frames_[oldest_].desc.data);
+    const uintptr_t read = oldest != 0 ? oldest : area_;
+    const uintptr_t write = Address(newest.desc.data) + newest.taken;
+    const int64_t least = param_.minsize, size = param_.bufsize;
+    const int64_t ahead = Distance(read, write);
+    const int64_t remain = ahead >= 0 ? size - ahead : -ahead;
+    if (remain < least)
+      return kNoRoom;
+    *place = write;
+    if (ahead >= 0 && Distance(write, area_) + size <= least) {
+      if (Distance(area_, read) < least)
+        return kNoRoom;
+      *place = area_;
+    }
+    NoteUsage(size + least - remain);
+    return 0;
+  }
+
+  static uintptr_t Address(const void *pointer) { return reinterpret_cast<uintptr_t>(pointer); }
+  static int64_t Distance(uintptr_t from, uintptr_t to) {
+    return static_cast<int64_t>(to - from);
+  }
+
+  void NoteUsage(int64_t used) {
+    const float exact = static_cast<float>(used) / static_cast<float>(param_.bufsize) * 100.0F;
+    // Of frames that lie farther apart than any area is long, some percentage.
+    if (std::fabs(exact) > 9.0e18F) {
+      usage = *KELBuf_GetUsage();
+      return;
+    }
+    const auto percent = static_cast<uint32_t>(static_cast<int64_t>(exact));
+    if (param_.media == 1 && param_.index < std::size(usage.media1))
+      usage.media1[param_.index] = percent;
+    if (param_.media == 2)
+      usage.media2 = percent;
+    if (param_.media == 3)
+      usage.media3 = percent;
+    usage.high = percent > 79 ? 1 : 0;
   }
 
   static uint8_t Fill(uint64_t number) { return static_cast<uint8_t>(number * 7 + 1); }
@@ -155,7 +205,7 @@ class Run {
     handle.used += RoundedUp(desc.size);
     desc.room = desc.size;
     desc.index = param_.index;
-    frames_[write_] = {desc, RoundedUp(desc.size), static_cast<uint32_t>(handles_.size())};
+    frames_[write_] = {desc, RoundedUp(desc.size), References()};
     newest_stamp_ = desc.time_stamp;
     write_ = After(write_);
     ++filled_;
@@ -166,18 +216,17 @@ class Run {
   // as all space free.
   bool Exhausted() const {
     const Frame &newest = frames_[Before(write_)];
-    return filled_ != 0 && newest.desc.data != nullptr &&
-           static_cast<uint8_t *>(newest.desc.data) + newest.taken ==
-               frames_[oldest_].desc.data;
+    return filled_ != 0 &&
+           Address(newest.desc.data) + newest.taken == Address(frames_[oldest_].desc.data);
   }
 
-  void CheckNobodyReads(const uint8_t *place) const {
+  void CheckNobodyReads(uintptr_t place) const {
     if (!orderly_)
       return;
     for (const Frame &frame : frames_) {
       if (frame.due == 0)
         continue;
-      const auto *data = static_cast<const uint8_t *>(frame.desc.data);
+      const uintptr_t data = Address(frame.desc.data);
       FUZZ_CHECK(data + frame.desc.size <= place || place + param_.minsize <= data);
     }
   }
@@ -242,7 +291,7 @@ class Run {
       return nullptr;
     if (offset % 16 == 1)
       return reinterpret_cast<void *>(input_.ConsumeIntegral<uintptr_t>());
-    return reinterpret_cast<void *>(reinterpret_cast<uintptr_t>(area_) + offset);
+    return reinterpret_cast<void *>(area_ + offset);
   }
 
   void CommitAnything(Handle &handle) {
@@ -278,8 +327,46 @@ class Run {
     handles_.pop_back();
   }
 
+  uint32_t References() const { return static_cast<uint32_t>(handles_.size()) + counted_; }
+
+  // One that is counted without a handle of its own never deletes.
+  void Count(const Handle &handle) {
+    if (counted_ == kMostCounted)
+      return;
+    FUZZ_EQUAL(KELBuf_AddBufRefCnt(handle.buf), 0);
+    ++counted_;
+  }
+
+  void Uncount() {
+    if (counted_ > 0)
+      DestroyCopy();
+  }
+
+  // A copy of a handle's record is what the one who was counted may destroy.
+  void DestroyCopy() {
+    const size_t bytes = malloc_usable_size(handles_[0].buf);
+    void *copy = malloc(bytes);
+    memcpy(copy, handles_[0].buf, bytes);
+    KELBuf_Destroy(static_cast<KEL_BUF *>(copy));
+    --counted_;
+  }
+
+  void Compare(const Handle &handle) {
+    const auto at = input_.ConsumeIntegralInRange<uint32_t>(0, param_.number - 1);
+    const KEL_BUF_DESC &desc = frames_[at].desc;
+    const void *data = input_.ConsumeBool() ? desc.data : Anywhere();
+    FUZZ_EQUAL(KELBuf_CheckBuf(handle.buf, &desc, data), data == desc.data ? 1 : 0);
+  }
+
+  // The callers' own lock keeps nobody from the pool.
+  void Enter(Handle &handle) {
+    FUZZ_EQUAL(KELBuf_LockEnter(handle.buf), 0);
+    Delete(handle);
+    FUZZ_EQUAL(KELBuf_LockLeave(handle.buf), 0);
+  }
+
   void Check(const Handle &handle) const {
-    FUZZ_EQUAL(KELBuf_GetBufRefCnt(handle.buf), handles_.size());
+    FUZZ_EQUAL(KELBuf_GetBufRefCnt(handle.buf), References());
     KEL_BUF_STATUS status = {};
     FUZZ_EQUAL(KELBuf_BufStatus(handle.buf, &status), 0);
     FUZZ_EQUAL(status.used, handle.used);
@@ -289,13 +376,16 @@ class Run {
     const uint64_t span =
         handle.read == write_ ? 0 : newest_stamp_ - frames_[handle.read].desc.time_stamp;
     FUZZ_EQUAL(status.span, span);
+    FUZZ_CHECK(status.bufsize == param_.bufsize && status.minsize == param_.minsize &&
+               status.index == param_.index && status.media == param_.media);
   }
 
   FuzzedDataProvider &input_;
   KEL_BUF_PARAM param_ = {};
   std::vector<Handle> handles_;
   std::vector<Frame> frames_;
-  uint8_t *area_ = nullptr;
+  uintptr_t area_ = 0;
+  uint32_t counted_ = 0;  // references beyond the handles
   uint32_t write_ = 0;
   uint32_t oldest_ = 0;
   uint32_t filled_ = 0;

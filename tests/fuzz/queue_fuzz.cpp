@@ -1,8 +1,11 @@
-// The queue, bounded and unbounded, against a deque. Pops wait without limit
-// where they must not sleep: one that does ends the run by its time limit.
+// The queue, bounded and unbounded, against a deque, with entries from the heap
+// or from the pool allocator. Pops wait without limit where they must not sleep:
+// one that does ends the run by its time limit.
 
 #include <kelcore_queue.h>
+#include <kelcore_smem.h>
 
+#include <algorithm>
 #include <deque>
 #include <utility>
 
@@ -11,102 +14,180 @@
 namespace {
 
 constexpr int32_t kUntouched = 0x5EAD;
+constexpr uint32_t kEntryBytes = 32, kBlocksPerChunk = 4096;
 
-struct Run {
-  FuzzedDataProvider &input;
-  KEL_QUEUE *queue;
-  uint32_t limit;  // 0: unbounded
-  std::deque<std::pair<void *, int32_t>> model;
-  bool released = false;
-  uint32_t wake_ups = 0;  // of releases without a sleeper; there may be more
-  // On an unbounded queue taking from both ends is allowed, its order is not
-  // promised.
-  bool took_head = false;
-  bool took_tail = false;
+using Entry = std::pair<const void *, int32_t>;
 
-  bool Full() const { return limit != 0 && model.size() >= limit; }
-  bool OrderPromised() const { return limit != 0 || !took_head || !took_tail; }
+// Entries of an unbounded queue come from there as soon as their size is
+// registered, which makes a chunk of blocks.
+class Pool {
+ public:
+  explicit Pool(bool wanted) : wanted_(wanted) {
+    if (!wanted_)
+      return;
+    FUZZ_EQUAL(KEL_SMalloc_Init(), 0);
+    FUZZ_EQUAL(KEL_SMalloc_Register(kEntryBytes, "entries"), 0);
+  }
+  ~Pool() {
+    if (!wanted_)
+      return;
+    Check(0);
+    FUZZ_EQUAL(KEL_SMalloc_UnRegister(kEntryBytes), 0);
+    FUZZ_EQUAL(KEL_SMalloc_Deinit(), 0);
+  }
+  Pool(const Pool &) = delete;
+  Pool &operator=(const Pool &) = delete;
+
+  void Check(size_t entries) const {
+    if (!wanted_)
+      return;
+    uint32_t reserved = 0;
+    FUZZ_EQUAL(KEL_SMemStatus(&reserved, nullptr, nullptr), 0);
+    FUZZ_EQUAL(reserved, entries * kEntryBytes * kBlocksPerChunk);
+  }
+
+ private:
+  const bool wanted_;
 };
 
-void Push(Run &run, bool in_front) {
-  const auto number = run.input.ConsumeIntegral<int32_t>();
-  // Null is legal, and told from nothing by the size alone.
-  void *data = reinterpret_cast<void *>(uintptr_t{run.input.ConsumeIntegral<uint8_t>()});
-  const int32_t result = in_front ? KEL_QueuePush2Head(run.queue, data, number)
-                                  : KEL_QueuePush(run.queue, data, number);
-  FUZZ_EQUAL(result, run.Full() ? -1 : 0);
-  if (result == 0)
-    run.model.insert(in_front ? run.model.begin() : run.model.end(), {data, number});
-}
-
-void Pop(Run &run, bool newest) {
-  (newest ? run.took_tail : run.took_head) = true;
-  int32_t number = kUntouched;
-  int32_t *to = run.input.ConsumeBool() ? &number : nullptr;
-  uint32_t timeout = 0;
-  if (run.input.ConsumeBool() && (!run.model.empty() || run.wake_ups > 0))
-    timeout = KEL_WAIT_FOREVER;
-  const void *data =
-      newest ? KEL_QueuePopTail(run.queue, to, timeout) : KEL_QueuePop(run.queue, to, timeout);
-  if (run.model.empty() && timeout != 0)
-    --run.wake_ups;
-  // A release without a sleeper costs an unbounded queue's next pop.
-  const bool nothing =
-      run.model.empty() || (run.limit == 0 && std::exchange(run.released, false));
-  if (nothing) {
-    FUZZ_CHECK(data == nullptr);
-    FUZZ_EQUAL(number, kUntouched);
-    return;
+class Run {
+ public:
+  Run(FuzzedDataProvider &input, uint32_t limit, bool pooled)
+      : input_(input), limit_(limit), pool_(pooled) {
+    // An empty text is a name, too.
+    const bool named = input.ConsumeBool();
+    const std::string name = named ? fuzz::Text(input, 12) : std::string();
+    queue_ = KEL_QueueCreate(named ? name.c_str() : nullptr, limit);
+    FUZZ_CHECK(queue_ != nullptr);
+    const char *told = KEL_QueueGetName(queue_);
+    FUZZ_CHECK(named == (told != nullptr));
+    FUZZ_CHECK(!named || name == told);
+    Check();
   }
-  const auto expected = newest ? run.model.back() : run.model.front();
-  if (run.OrderPromised()) {
-    FUZZ_CHECK(data == expected.first);
-    FUZZ_EQUAL(number, to != nullptr ? expected.second : kUntouched);
+  ~Run() { KEL_QueueDestroy(queue_); }
+  Run(const Run &) = delete;
+  Run &operator=(const Run &) = delete;
+
+  void Step() {
+    const auto choice = input_.ConsumeIntegral<uint8_t>();
+    if (choice < 80)
+      Push(KEL_QueuePush, false);
+    else if (choice < 120)
+      Push(KEL_QueuePush2Head, true);
+    else if (choice < 160)
+      Pop(KEL_QueuePop, false);
+    else if (choice < 200)
+      Pop(KEL_QueuePopTail, true);
+    else if (choice < 230)
+      Peek();
+    else if (choice < 248)
+      Release();
+    else
+      Reset();
+    Check();
   }
-  if (newest)
-    run.model.pop_back();
-  else
-    run.model.pop_front();
-}
 
-void Peek(Run &run) {
-  if (run.model.empty())
-    return;
-  int32_t number = kUntouched;
-  const void *data = KEL_QueuePeek(run.queue, &number);
-  if (!run.OrderPromised())
-    return;
-  FUZZ_CHECK(data == run.model.front().first);
-  FUZZ_EQUAL(number, run.model.front().second);
-}
+ private:
+  bool Full() const { return limit_ != 0 && model_.size() >= limit_; }
+  // On an unbounded queue taking from both ends is allowed, its order is not
+  // promised.
+  bool OrderPromised() const { return limit_ != 0 || !took_oldest_ || !took_newest_; }
 
-void Release(Run &run) {
-  FUZZ_EQUAL(KEL_QueuePopRelease(run.queue), 0);
-  run.released = true;
-  ++run.wake_ups;
-}
+  void Push(int32_t (*push)(KEL_QUEUE *, void *, int32_t), bool in_front) {
+    // All different, but null: that is legal, and told from nothing by the size.
+    ++pushed_;
+    const auto number = static_cast<int32_t>(pushed_ * 0x9E3779B9);
+    void *data = reinterpret_cast<void *>(pushed_ % 16 != 0 ? pushed_ : 0);
+    FUZZ_EQUAL(push(queue_, data, number), Full() ? -1 : 0);
+    if (Full())
+      return;
+    model_.insert(in_front ? model_.begin() : model_.end(), {data, number});
+    // Whoever slept last may have been woken by something else.
+    if (std::exchange(waiting_, false))
+      ++wake_ups_;
+  }
 
-void Reset(Run &run) {
-  FUZZ_EQUAL(KEL_QueueReset(run.queue), 0);
-  run.model.clear();
-  run.took_head = run.took_tail = false;
-}
+  uint32_t Timeout() {
+    const auto choice = input_.ConsumeIntegralInRange<int>(0, 3);
+    if (choice < 2 || (model_.empty() && wake_ups_ == 0))
+      return 0;
+    return choice == 2 ? KEL_WAIT_FOREVER : 20000;
+  }
 
-void Check(const Run &run) {
-  FUZZ_EQUAL(KEL_QueueGetSize(run.queue), run.model.size());
-  FUZZ_EQUAL(KEL_QueueEmpty(run.queue), run.model.empty() ? 1 : 0);
-  FUZZ_EQUAL(KEL_QueueFull(run.queue), run.Full() ? 1 : 0);
-}
+  void Pop(void *(*pop)(KEL_QUEUE *, int32_t *, uint32_t), bool newest) {
+    (newest ? took_newest_ : took_oldest_) = true;
+    const uint32_t timeout = Timeout();
+    int32_t number = kUntouched;
+    // Without promised order the number tells what was taken.
+    const bool numbered = !OrderPromised() || input_.ConsumeBool();
+    const void *data = pop(queue_, numbered ? &number : nullptr, timeout);
+    if (model_.empty() && timeout != 0) {
+      --wake_ups_;
+      waiting_ = true;
+    }
+    // A release without a sleeper costs an unbounded queue's next pop.
+    if (model_.empty() || (limit_ == 0 && std::exchange(released_, false))) {
+      FUZZ_CHECK(data == nullptr);
+      FUZZ_EQUAL(number, kUntouched);
+      return;
+    }
+    const auto taken =
+        OrderPromised() ? (newest ? model_.end() - 1 : model_.begin()) : Find({data, number});
+    CheckEntry(*taken, data, number, numbered);
+    model_.erase(taken);
+  }
 
-constexpr void (*kOperations[])(Run &) = {
-    [](Run &run) { Push(run, false); },
-    [](Run &run) { Push(run, false); },
-    [](Run &run) { Push(run, true); },
-    [](Run &run) { Pop(run, false); },
-    [](Run &run) { Pop(run, true); },
-    Peek,
-    Release,
-    Reset,
+  std::deque<Entry>::iterator Find(const Entry &entry) {
+    const auto found = std::find(model_.begin(), model_.end(), entry);
+    FUZZ_CHECK(found != model_.end());
+    return found;
+  }
+
+  static void CheckEntry(const Entry &entry, const void *data, int32_t number, bool numbered) {
+    FUZZ_CHECK(data == entry.first);
+    FUZZ_EQUAL(number, numbered ? entry.second : kUntouched);
+  }
+
+  void Peek() {
+    if (model_.empty())
+      return;
+    int32_t number = kUntouched;
+    const bool numbered = !OrderPromised() || input_.ConsumeBool();
+    const void *data = KEL_QueuePeek(queue_, numbered ? &number : nullptr);
+    CheckEntry(OrderPromised() ? model_.front() : *Find({data, number}), data, number,
+               numbered);
+  }
+
+  void Release() {
+    FUZZ_EQUAL(KEL_QueuePopRelease(queue_), 0);
+    released_ = true;
+    ++wake_ups_;
+  }
+
+  void Reset() {
+    FUZZ_EQUAL(KEL_QueueReset(queue_), 0);
+    model_.clear();
+    took_oldest_ = took_newest_ = false;
+  }
+
+  void Check() const {
+    FUZZ_EQUAL(KEL_QueueGetSize(queue_), model_.size());
+    FUZZ_EQUAL(KEL_QueueEmpty(queue_), model_.empty() ? 1 : 0);
+    FUZZ_EQUAL(KEL_QueueFull(queue_), Full() ? 1 : 0);
+    pool_.Check(limit_ == 0 ? model_.size() : 0);
+  }
+
+  FuzzedDataProvider &input_;
+  const uint32_t limit_;  // 0: unbounded
+  const Pool pool_;
+  KEL_QUEUE *queue_;
+  std::deque<Entry> model_;
+  uintptr_t pushed_ = 0;
+  bool released_ = false;
+  bool waiting_ = false;   // the queue takes the last one to sleep for asleep
+  uint32_t wake_ups_ = 0;  // sent and not waited for
+  bool took_oldest_ = false;
+  bool took_newest_ = false;
 };
 
 }  // namespace
@@ -114,14 +195,10 @@ constexpr void (*kOperations[])(Run &) = {
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   FuzzedDataProvider input(data, size);
   const auto limit = input.ConsumeIntegralInRange<uint32_t>(0, 9);
-  const std::string name = fuzz::Text(input, 12);
-  Run run{input, KEL_QueueCreate(name.c_str(), limit), limit, {}};
-  FUZZ_CHECK(run.queue != nullptr);
-  FUZZ_EQUAL(std::string(KEL_QueueGetName(run.queue)), name);
-  while (input.remaining_bytes() > 0) {
-    input.PickValueInArray(kOperations)(run);
-    Check(run);
-  }
-  KEL_QueueDestroy(run.queue);
+  // Seldom, as a chunk is cleared and cut for each run.
+  const bool pooled = limit == 0 && input.ConsumeIntegralInRange<int>(0, 15) == 1;
+  Run run(input, limit, pooled);
+  for (int steps = 0; steps < 300 && input.remaining_bytes() > 0; ++steps)
+    run.Step();
   return 0;
 }
