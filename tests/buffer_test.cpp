@@ -321,6 +321,21 @@ TEST_F(Buffer, BehindTheReaderThereIsRoomUpToIt) {
                          "minsize:100, usedcnt:2, num:8)\n")}));
 }
 
+// Frames up to the last byte: where the write point meets the read point, all the
+// area counts as free, though the oldest frame is still to be read.
+TEST_F(Buffer, AFullAreaCountsAsEmpty) {
+  Make(300, 100, 8);
+  Write(100);
+  Write(100);
+  Write(100);
+  Delete();
+  EXPECT_EQ(Write(100), 0);
+  KEL_BUF_DESC unread = {};
+  ASSERT_EQ(KELBuf_GetRBuf(buf, &unread), 0);
+  EXPECT_EQ(unread.data, area + 100);
+  EXPECT_EQ(Write(1), 100) << "the place of the frame that is still to be read";
+}
+
 TEST_F(Buffer, HoldsAsManyFramesAsItHasNodes) {
   Make(1000, 10, 2);
   Write(1);
@@ -472,7 +487,7 @@ TEST(BufferUsage, OfFramesFarApartIsDefined) {
     EXPECT_EQ(KELBuf_FillWBuf(buf, &desc), 0);
     desc.data = reinterpret_cast<void *>(up ? 0x6ffffff000000000 : 0x10);
     EXPECT_EQ(KELBuf_FillWBuf(buf, &desc), 0);
-    KELBuf_GetWBuf(buf, &desc);
+    EXPECT_EQ(KELBuf_GetWBuf(buf, &desc), up ? -28 : 0);
     EXPECT_EQ(KELBuf_DelRBuf(buf, nullptr), 0);
     EXPECT_EQ(KELBuf_DelRBuf(buf, nullptr), 0);
   }

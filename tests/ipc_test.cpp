@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <mqueue.h>
+#include <semaphore.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/wait.h>
@@ -276,6 +278,34 @@ TEST_F(Ipc, TwoProcessesTalk) {
   int status = -1;
   waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);
+}
+
+// The turn is the system's, and nobody gives it back for a process that died.
+TEST_F(Ipc, ASenderKilledInMidSendKeepsItsTurn) {
+  KEL_IPC *ipc = Open(1);
+  const Message message("x");
+  ASSERT_EQ(KEL_IPCSend(ipc, &message, 0, 0), 0);
+  sem_t *const turns = ::sem_open(name.c_str(), 0);
+  ASSERT_NE(turns, SEM_FAILED);
+  const auto left = [turns] {
+    int value = -1;
+    sem_getvalue(turns, &value);
+    return value;
+  };
+  const int before = left();
+  const pid_t child = fork();
+  if (child == 0) {
+    KEL_IPCSend(ipc, &message, 0, 0);  // waits, the queue being full
+    _exit(1);
+  }
+  for (int tries = 0; tries < 60000 && left() == before; ++tries)
+    usleep(1000);
+  kill(child, SIGKILL);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFSIGNALED(status)) << "it was still sending";
+  EXPECT_EQ(left(), before - 1);
+  sem_close(turns);
 }
 
 TEST_F(Ipc, CustomMessagesAreRawAndLongestFirst) {

@@ -9,8 +9,10 @@
 #include <string.h>
 #include <sys/mman.h>
 
+#include <atomic>
 #include <map>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "alloc_hooks.h"
@@ -363,6 +365,20 @@ TEST_F(Heap, TheFirstBlockMergesIntoTheLastAroundTheRing) {
   ExpectHeader(128, 896 + 64, Address(64), Address(64), 0);
 }
 
+// The search goes on from the block handed out last, also when that was absorbed by
+// the free one before it: its old header is used again, inside the other block.
+TEST_F(Heap, AnAbsorbedBlockCanBeHandedOutTwice) {
+  ASSERT_NE(Alloc(8), nullptr);
+  void *before = Alloc(8), *last = Alloc(8);
+  EXPECT_EQ(KEL_VFree(heap, before), 0);
+  EXPECT_EQ(KEL_VFree(heap, last), 0);
+  auto *inner = static_cast<uint8_t *>(Alloc(8));
+  EXPECT_EQ(inner, last);
+  auto *outer = static_cast<uint8_t *>(Alloc(840));
+  EXPECT_EQ(outer, before);
+  EXPECT_LT(inner, outer + 840) << "one lies inside the other";
+}
+
 TEST_F(Heap, ABrokenHeaderIsRefusedAndReported) {
   void *data = Alloc(8);
   ASSERT_NE(Alloc(8), nullptr);
@@ -689,6 +705,30 @@ TEST(HeapTiny, OfNothingIsZeroPercentFree) {
   memcpy(&mutex, reinterpret_cast<char *>(heap) + 32, sizeof mutex);
   KEL_MutexDestroy(mutex);
   free(heap);
+}
+
+// ---- Threads ----
+
+// The count is read without the lock. Only ThreadSanitizer sees what that takes; that
+// each value is one that the count had can be seen anywhere.
+TEST(HeapThreads, TheFreeCountIsReadWhileOthersChangeIt) {
+  constexpr uint32_t kSize = 1 << 20, kBlock = 64;
+  KEL_VMEM *heap = KEL_VMemCreate(nullptr, kSize);
+  ASSERT_NE(KEL_VMalloc(heap, 8), nullptr);
+  const uint32_t most = KEL_VGetFree(heap);
+  std::atomic<bool> done{false};
+  std::thread other([&] {
+    for (int i = 0; i < 1000; ++i)
+      EXPECT_EQ(KEL_VFree(heap, KEL_VMalloc(heap, 8)), 0);
+    done = true;
+  });
+  do {
+    const uint32_t free = KEL_VGetFree(heap);
+    EXPECT_TRUE(free == most || free == most - kBlock) << free;
+  } while (!done);
+  other.join();
+  EXPECT_EQ(KEL_VGetFree(heap), most);
+  KEL_VMemDestroy(heap);
 }
 
 // ---- Many operations ----

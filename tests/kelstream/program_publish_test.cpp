@@ -246,6 +246,20 @@ TEST_F(StaleTest, IsClearedUpByAWatcher) {
             "kelstream: the kelstream that published under " + name_ + " was killed\n");
 }
 
+// Found in its last moment: it has told everything, and is gone before its segment is.
+TEST_F(PublishTest, OneThatJustEndedWasNotKilled) {
+  bool again = false;
+  kelstream::SharedTotals *const totals = kelstream::CreateTotals(name_, again);
+  ASSERT_NE(totals, nullptr);
+  ++totals->publisher_start;  // a process that is no more
+  totals->state = kelstream::ShareState::kFinished;
+  const Result result = RunProgram({"--watch", name_});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "kelstream: no kelstream publishes under " + name_ + "\n");
+  kelstream::DetachTotals(totals);
+}
+
 TEST_F(PublishTest, StoppedPublisherLeavesNothing) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     Pipe pipe(temp_.Path("show" + std::to_string(number)));
