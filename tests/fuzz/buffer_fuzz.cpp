@@ -337,9 +337,13 @@ class Run {
     ++counted_;
   }
 
+  // Frames that were committed before wait for the one who is gone, and are passed
+  // over once later ones were deleted.
   void Uncount() {
-    if (counted_ > 0)
-      DestroyCopy();
+    if (counted_ == 0)
+      return;
+    orderly_ = orderly_ && !any_;
+    DestroyCopy();
   }
 
   // A copy of a handle's record is what the one who was counted may destroy.
