@@ -49,7 +49,8 @@ int &ErrnoOfThread() {
 void LogCall(const char *name) {
   log_lock.lock();
   if (log_count < kLogMax)
-    log_names[log_count++] = name;
+    log_names[log_count] = name;
+  ++log_count;
   log_lock.unlock();
 }
 
@@ -67,6 +68,10 @@ std::vector<std::string> Log() {
   log_lock.lock();
   size_t count = log_count;
   log_lock.unlock();
+  if (count > kLogMax) {
+    ADD_FAILURE() << count << " calls were made, and " << kLogMax << " have room in the log";
+    count = kLogMax;
+  }
   return {log_names, log_names + count};
 }
 

@@ -2,21 +2,26 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 struct Operation {
   std::string name;
-  // Makes, uses and releases. True when all went well; what went wrong leaves
-  // nothing behind but what `keeps` names.
-  bool (*run)();
-  // A failing allocation is told by the result alone.
-  bool silent = false;
-  // Functions whose allocations stay on purpose when something fails.
-  std::vector<std::string> keeps = {};
+  // Makes, uses and releases, by CALL; with whatever failed it goes on as a
+  // program would.
+  void (*run)();
+  // Calls that always fail here, with these errors, and what is swept is the rest.
+  std::vector<std::pair<std::string, int>> given = {};
   // Calls that must not fail here, as nobody would wake up any more.
   std::vector<std::string> spared = {};
 };
 
+// By name.
 const std::vector<Operation> &Operations();
-// Removes what a failed operation may have left in the system.
-void RemoveLeftovers();
+
+// Each module's.
+std::vector<Operation> SynchronisationOperations();
+std::vector<Operation> ContainerOperations();
+std::vector<Operation> MemoryOperations();
+std::vector<Operation> ProcessOperations();
+std::vector<Operation> FileOperations();

@@ -1,0 +1,126 @@
+#include "recorder.h"
+
+#include <mqueue.h>
+#include <sys/shm.h>
+
+#include <regex>
+
+#include "kelcore_trace.h"
+
+namespace {
+
+thread_local bool in_library = false;
+// Steps of several threads follow one another.
+std::string function;
+Outcome outcome;
+std::map<std::pair<std::string, std::string>, std::vector<std::string>> open_things;
+std::vector<std::pair<std::string, std::string>> concealed;
+
+// "00000012345 ERROR:[kelsema] kelcore_sema:12 (KEL_SemaGet) : text"
+void Collect(const char *line) {
+  const Outside outside;
+  const std::string text = line;
+  const size_t module = text.find('[') + 1;
+  const size_t name = text.find(" (", module) + 2;
+  const size_t message = text.find(") : ", name);
+  outcome.lines.push_back(Normalised(text.substr(module, text.find(']', module) - module) +
+                                     " " + text.substr(name, message - name) + ": " +
+                                     text.substr(message + 4)));
+}
+
+// What was left and counts against the limits of the system.
+void GiveBack(const std::string &kind, const std::string &id) {
+  if (kind == "queue")
+    mq_close(std::stoi(id));
+  else if (kind == "attachment")
+    shmdt(reinterpret_cast<void *>(std::stoull(id)));
+  else if (kind == "segment")
+    shmctl(std::stoi(id), IPC_RMID, nullptr);
+}
+
+}  // namespace
+
+bool InLibrary() {
+  return in_library;
+}
+
+Outside::Outside() : before_(in_library) {
+  in_library = false;
+}
+Outside::~Outside() {
+  in_library = before_;
+}
+
+void Conceal(const std::string &text, const std::string &word) {
+  concealed.emplace_back(text, word);
+}
+
+std::string Normalised(std::string text) {
+  for (const auto &[from, to] : concealed)
+    for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+      text.replace(at, from.size(), to);
+  static const std::vector<std::pair<std::regex, const char *>> varying = {
+      {std::regex("\033\\[[0-9]+m"), ""},
+      {std::regex("\\b0{8,} "), "NO-TICK "},
+      {std::regex("\\b[0-9]{8,} "), "TICK "},
+      {std::regex("(kelcore_[a-z_]+):[0-9]+"), "$1:LINE"},
+      {std::regex("time\\([0-9]+s\\.[0-9]+ms\\)"), "time(DEADLINE)"},
+      {std::regex("key\\([0-9]+\\)"), "key(KEY)"},
+      {std::regex("0x[0-9a-f]+"), "POINTER"},
+      {std::regex("fseek\\([0-9A-F]+,"), "fseek(POINTER,"},
+      {std::regex("mq_(send|recv)\\([0-9]+,"), "mq_$1(DESCRIPTOR,"},
+      {std::regex("fd\\([0-9]+\\)"), "fd(DESCRIPTOR)"},
+  };
+  for (const auto &[pattern, word] : varying)
+    text = std::regex_replace(text, pattern, word);
+  while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
+    text.pop_back();
+  return text;
+}
+
+void Recorder::Begin() {
+  // What this prints is kept like a step's, and forgotten.
+  Enter("");
+  KEL_TraceSet("*:1");
+  KEL_TraceSetCB(Collect, 0);
+  Leave("", 0);
+  outcome = {};
+  open_things.clear();
+}
+
+Outcome Recorder::End() {
+  KEL_TraceSetCB(nullptr, 0);
+  for (const auto &[thing, makers] : open_things) {
+    for (const std::string &maker : makers)
+      ++outcome.left[{maker, thing.first}];
+    GiveBack(thing.first, thing.second);
+  }
+  return std::exchange(outcome, {});
+}
+
+void Recorder::Enter(const char *name) {
+  function = name;
+  in_library = true;
+}
+
+void Recorder::Leave(std::string result, int error) {
+  in_library = false;
+  outcome.steps.push_back({function, std::move(result), error});
+}
+
+void Recorder::Print(const char *text) {
+  outcome.lines.push_back("printed: " + Normalised(text));
+}
+
+void Recorder::Opened(const char *kind, std::string id) {
+  open_things[{kind, std::move(id)}].push_back(function);
+}
+
+void Recorder::Closed(const char *kind, const std::string &id) {
+  const auto found = open_things.find({kind, id});
+  if (found == open_things.end())
+    return;
+  found->second.pop_back();
+  if (found->second.empty())
+    open_things.erase(found);
+}
