@@ -66,7 +66,7 @@ void WriteExpected() {
           "#     module function: ERROR line\n"
           "#     left: what a function made and nobody released\n"
           "#   call ERROR (once and for good, or which of these) the how manieth: results\n"
-          "#   that differ from the run, then lines that it has and those in their place\n";
+          "#   that differ from the run's, and the lines that come in place of some of it\n";
   for (const auto &[operation, lines] : Loaded())
     if (Exists(operation))
       file << "\n[" << operation << "]\n" << lines;

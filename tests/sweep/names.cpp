@@ -16,7 +16,8 @@ namespace fs = std::filesystem;
 
 const std::string &Prefix() {
   // Always of the same length, which messages tell.
-  static const std::string prefix = "/kelcore_sweep_" + std::to_string(1'000'000'000 + getpid());
+  static const std::string prefix =
+      "/kelcore_sweep_" + std::to_string(1'000'000'000 + getpid());
   return prefix;
 }
 

@@ -42,12 +42,12 @@ std::string Described(const StepResult &step) {
 }
 
 // Equal neighbours as one.
-void AddLines(std::string &text, const char *sign, std::span<const std::string> lines) {
+void AddLines(std::string &text, std::span<const std::string> lines) {
   for (size_t at = 0; at < lines.size();) {
     size_t end = at + 1;
     while (end < lines.size() && lines[end] == lines[at])
       ++end;
-    text += "\n    " + (sign + lines[at]);
+    text += "\n    " + lines[at];
     if (end - at > 1)
       text += " (" + std::to_string(end - at) + " times)";
     at = end;
@@ -83,8 +83,9 @@ std::string Described(const Outcome &outcome, const Outcome &undisturbed) {
   if (steps.empty() && !usual_steps.empty())
     text += " less by " + std::to_string(usual_steps.size());
   const auto [lines, usual_lines] = Differing(outcome.lines, undisturbed.lines);
-  AddLines(text, "- ", usual_lines);
-  AddLines(text, "+ ", lines);
+  if (!usual_lines.empty())
+    text += "\n    without " + std::to_string(usual_lines.size()) + " of the lines";
+  AddLines(text, lines);
   if (outcome.left != undisturbed.left) {
     AddLeft(text, outcome.left);
     if (outcome.left.empty())
@@ -217,7 +218,7 @@ TEST_P(Sweep, ComesBackFromEveryFailure) {
   std::string text = "  run:";
   for (const StepResult &step : undisturbed.steps)
     text += " " + Described(step);
-  AddLines(text, "", undisturbed.lines);
+  AddLines(text, undisturbed.lines);
   AddLeft(text, undisturbed.left);
   text += "\n";
   for (const auto &[name, call] : made) {
