@@ -3,7 +3,8 @@
 #include <mqueue.h>
 #include <sys/shm.h>
 
-#include <regex>
+#include <algorithm>
+#include <string_view>
 
 #include "kelcore_trace.h"
 
@@ -15,6 +16,40 @@ std::string function;
 Outcome outcome;
 std::map<std::pair<std::string, std::string>, std::vector<std::string>> open_things;
 std::vector<std::pair<std::string, std::string>> concealed;
+
+constexpr std::string_view kDigits = "0123456789";
+constexpr std::string_view kHexadecimal = "0123456789abcdefABCDEF";
+
+// Characters out of `set` between `before` and `after`.
+struct Varying {
+  std::string_view before, set, after, word;
+};
+constexpr Varying kVarying[] = {
+    {"kelcore_trace:", kDigits, " ", "LINE"},
+    {"kelcore_file:", kDigits, " ", "LINE"},
+    {"kelcore_mutex:", kDigits, " ", "LINE"},
+    {"timedlock time(", "0123456789s.m", ")", "DEADLINE"},
+    {" key(", kDigits, ")", "KEY"},
+    {"0x", kHexadecimal, "", "POINTER"},
+    {"fseek(", kHexadecimal, ",", "POINTER"},
+    {"mq_send(", kDigits, ",", "DESCRIPTOR"},
+    {"mq_recv(", kDigits, ",", "DESCRIPTOR"},
+    {"fd(", kDigits, ")", "DESCRIPTOR"},
+};
+
+void ReplaceAll(std::string &text, std::string_view from, std::string_view to) {
+  for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
+    text.replace(at, from.size(), to);
+}
+
+void Replace(std::string &text, const Varying &varying) {
+  for (size_t at = 0; (at = text.find(varying.before, at)) != std::string::npos;) {
+    at += varying.before.size();
+    const size_t end = std::min(text.find_first_not_of(varying.set, at), text.size());
+    if (end > at && text.compare(end, varying.after.size(), varying.after) == 0)
+      text.replace(at, end - at, varying.word);
+  }
+}
 
 // "00000012345 ERROR:[kelsema] kelcore_sema:12 (KEL_SemaGet) : text"
 void Collect(const char *line) {
@@ -57,24 +92,19 @@ void Conceal(const std::string &text, const std::string &word) {
 
 std::string Normalised(std::string text) {
   for (const auto &[from, to] : concealed)
-    for (size_t at = 0; (at = text.find(from, at)) != std::string::npos; at += to.size())
-      text.replace(at, from.size(), to);
-  static const std::vector<std::pair<std::regex, const char *>> varying = {
-      {std::regex("\033\\[[0-9]+m"), ""},
-      {std::regex("\\b0{8,} "), "NO-TICK "},
-      {std::regex("\\b[0-9]{8,} "), "TICK "},
-      {std::regex("(kelcore_[a-z_]+):[0-9]+"), "$1:LINE"},
-      {std::regex("time\\([0-9]+s\\.[0-9]+ms\\)"), "time(DEADLINE)"},
-      {std::regex("key\\([0-9]+\\)"), "key(KEY)"},
-      {std::regex("0x[0-9a-f]+"), "POINTER"},
-      {std::regex("fseek\\([0-9A-F]+,"), "fseek(POINTER,"},
-      {std::regex("mq_(send|recv)\\([0-9]+,"), "mq_$1(DESCRIPTOR,"},
-      {std::regex("fd\\([0-9]+\\)"), "fd(DESCRIPTOR)"},
-  };
-  for (const auto &[pattern, word] : varying)
-    text = std::regex_replace(text, pattern, word);
+    ReplaceAll(text, from, to);
+  ReplaceAll(text, "\033[31m", "<red>");
+  ReplaceAll(text, "\033[0m", "<plain>");
+  for (const Varying &varying : kVarying)
+    Replace(text, varying);
+  const size_t tick = text.starts_with("<red>") ? 5 : 0;
+  const size_t end = text.find_first_not_of(kDigits, tick);
+  if (end != std::string::npos && end - tick >= 8 && text[end] == ' ')
+    text.replace(tick, end - tick,
+                 text.find_first_not_of('0', tick) < end ? "TICK" : "NO-TICK");
   while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
     text.pop_back();
+  ReplaceAll(text, "\n", "\\n");
   return text;
 }
 
