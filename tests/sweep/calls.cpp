@@ -268,8 +268,10 @@ void AddBetweenProcesses() {
 FILE *OpenFile(const char *path, const char *mode) {
   const int before = errno;
   const bool keeps = keep_contents && mode[0] == 'w' && f::access.Real(path, F_OK) == 0;
-  errno = before;
-  return f::fopen64.Real(path, keeps ? "r+" : mode);
+  FILE *file = f::fopen64.Real(path, keeps ? "r+" : mode);
+  if (file != nullptr)
+    errno = before;  // what it was meanwhile differs between C libraries
+  return file;
 }
 
 int KeepText(f::Print print) {

@@ -64,6 +64,28 @@ PRINT_VARIADIC(__fprintf_chk, file, FILE *file, int, const char *format)
 PRINT_LIST(vfprintf, FILE *file, const char *format)
 PRINT_LIST(__vfprintf_chk, FILE *file, int, const char *format)
 
+namespace {
+
+int PrintTo(FILE *to, const char *format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  const int length = DoPrint(to, format, &arguments);
+  va_end(arguments);
+  return length;
+}
+
+}  // namespace
+
+// The compiler's own choice for texts that end a line.
+extern "C" int __wrap_puts(const char *text);
+extern "C" int __wrap_puts(const char *text) {
+  return PrintTo(stdout, "%s\n", text);
+}
+extern "C" int __wrap_putchar(int character);
+extern "C" int __wrap_putchar(int character) {
+  return PrintTo(stdout, "%c", character);
+}
+
 #define PRINT_TO_TEXT(name, ...)                                                     \
   extern "C" int __wrap_##name(__VA_ARGS__, va_list list);                           \
   extern "C" int __wrap_##name(__VA_ARGS__, va_list list) {                          \
