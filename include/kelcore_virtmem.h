@@ -29,7 +29,8 @@
  *  - The blocks form a ring: freeing the first block while the last one is free
  *    merges both, and the header's size then exceeds the region. KEL_VMalloc
  *    refuses such a block; KEL_VReAlloc returns it, and only as many bytes as
- *    lie inside the region may be used.
+ *    lie inside the region may be used. A small first block that is never freed
+ *    keeps the two apart.
  *  - KEL_VMemDestroy frees the region also when the caller gave it: it must
  *    come from malloc then.
  *  - KEL_VReAlloc returns the address of a block's header, 56 bytes before its
