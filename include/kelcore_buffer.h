@@ -24,8 +24,10 @@
  * read, -1 not found. Traces under "kelbuffer".
  *
  * Surprises worth knowing:
- *  - A reader that is `number` frames behind reads as one that has read all:
- *    equal read and write positions mean "nothing to read".
+ *  - A reader that is `number` frames behind reads, and deletes, as one that has
+ *    read all: equal read and write positions mean "nothing to read".
+ *  - A handle that is destroyed before it deleted its frames leaves them counted as
+ *    filled for good; once a later frame was deleted by all, their room is used again.
  *  - KELBuf_GetWBuf always offers minsize bytes, and never a tail of exactly
  *    minsize at the end of the area. A minsize above bufsize is not refused: more
  *    is offered then than the area has.
@@ -116,8 +118,7 @@ KEL_API int32_t KELBuf_FillWBuf(KEL_BUF *buf, const KEL_BUF_DESC *desc);
 KEL_API int32_t KELBuf_GetRBuf(KEL_BUF *buf, KEL_BUF_DESC *out);
 
 /* Is done with this handle's next frame; `desc` is shown in traces and may be
- * null. Returns 0,
- * -22, -25. */
+ * null. Returns 0, -22, -25. */
 KEL_API int32_t KELBuf_DelRBuf(KEL_BUF *buf, const KEL_BUF_DESC *desc);
 
 /* Makes the frame at `data` this handle's next one. Also finds frames that were

@@ -15,7 +15,7 @@ namespace kel {
 
 /// How long a call may wait. A duration converts to it:
 ///  - rounded up to whole milliseconds, so that no wait is shorter than asked;
-///  - zero and less: tries once, does not wait;
+///  - zero and less: tries once, does not wait (between processes: waits 1 ms at most);
 ///  - more than about 24 days: that long. Only kel::infinite waits for ever.
 /// Waits end by the system's wall clock: setting it forward shortens them.
 class timeout {

@@ -181,6 +181,7 @@ void AddMemory() {
 void AddClocksAndTimers() {
   Failing(f::clock_gettime, -1, {EINVAL});
   Failing(f::time, time_t{-1}, {EOVERFLOW});
+  Failing(f::localtime, nullptr, {EOVERFLOW});
   Failing(f::nanosleep, -1, {EINTR, EINVAL});
   Failing(f::sigaction, -1, {EINVAL});
   Failing(f::timer_create, -1, {EAGAIN, ENOMEM})
