@@ -337,11 +337,10 @@ class Run {
     ++counted_;
   }
 
-  // Frames that were committed before wait for the one who is gone, and are passed
-  // over once later ones were deleted.
   void Uncount() {
     if (counted_ == 0)
       return;
+    // Frames committed before are due once more than anybody deletes.
     orderly_ = orderly_ && !any_;
     DestroyCopy();
   }
