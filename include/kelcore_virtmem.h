@@ -76,8 +76,11 @@ KEL_API KEL_NODISCARD void *KEL_VMalloc(KEL_VMEM *heap, uint32_t size);
 KEL_API int32_t KEL_VFree(KEL_VMEM *heap, void *data);
 
 /* Makes room for `size` bytes, in place or elsewhere (the old contents are
- * copied then). Returns the address of the block's HEADER, or null, the old
- * block then being free. */
+ * copied then; in the free block just before, the header of what remains may fall
+ * into them first). Returns the address of the block's HEADER. Null when the heap
+ * has fewer than `size` bytes free: the block stays as it was; null when no free
+ * block is large enough: the block is free then. A size of 0 gives a block that
+ * counts as free. */
 KEL_API void *KEL_VReAlloc(KEL_VMEM *heap, void *data, uint32_t size);
 
 /* The free bytes, headers of free blocks included but the first; 0 for null. Takes
