@@ -15,4 +15,4 @@ typed 'kelctl shm --remove --yes kelstream/tv/0' 2.5
 clear
 typed "kelctl trace 'kelqueue:3,player:-1,*:1,late:4'" 3
 typed 'kelctl crc examples/media/*' 3
-typed 'kelctl hexdump examples/media/show.ts | head -n 4' 4
+typed 'kelctl hexdump --length 64 examples/media/show.ts' 4
