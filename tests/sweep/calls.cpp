@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <functional>
+#include <set>
 
 #include "more_calls.h"
 #include "recorder.h"
@@ -20,6 +21,7 @@ constexpr int kEndless = 20'000;
 
 std::vector<Fault> active_faults;
 bool keep_contents = false;
+std::set<pthread_mutex_t *> held;
 
 template <typename R, typename... A>
 class Swept final : public SweptCall {
@@ -211,9 +213,16 @@ void AddThreads() {
   // The mutex module takes only what is negative for a failure.
   Makes(Returning(f::pthread_mutex_init, {ENOMEM, -1}), "mutex");
   Releases(Returning(f::pthread_mutex_destroy, {EBUSY}), "mutex");
-  Returning(f::pthread_mutex_trylock, {EBUSY, EINVAL});
-  Returning(f::pthread_mutex_timedlock, {ETIMEDOUT, EINVAL, EDEADLK});
-  Returning(f::pthread_mutex_unlock, {EPERM}).Afterwards();
+  const auto note_held = [](int result, pthread_mutex_t *mutex, auto...) {
+    if (result == 0)
+      held.insert(mutex);
+  };
+  Returning(f::pthread_mutex_trylock, {EBUSY, EINVAL}).After(note_held);
+  Returning(f::pthread_mutex_timedlock, {ETIMEDOUT, EINVAL, EDEADLK}).After(note_held);
+  // Who goes on without a lock gives back what it has not, which ThreadSanitizer minds.
+  Returning(f::pthread_mutex_unlock, {EPERM}).Afterwards().Instead([](pthread_mutex_t *mutex) {
+    return held.erase(mutex) != 0 ? f::pthread_mutex_unlock.Real(mutex) : 0;
+  });
   Makes(Returning(f::pthread_attr_init, {ENOMEM}), "thread attributes");
   Releases(Returning(f::pthread_attr_destroy, {EINVAL}), "thread attributes");
   Returning(f::pthread_attr_setinheritsched, {EINVAL});
@@ -359,6 +368,7 @@ SweptCall &CallNamed(const std::string &name) {
 
 void StartRun(const std::vector<Fault> &faults) {
   active_faults = faults;
+  held.clear();
   for (const auto &call : SweptCalls())
     call->made_ = 0;
 }
