@@ -33,6 +33,15 @@ void LockedList() {
       CALL(KEL_ListAddTail, list, node);
   if (KEL_LIST_NODE *node = CALL(KEL_List_Node_new); node != nullptr)
     CALL(KEL_ListAddHead, list, node);
+  CALL(KEL_ListGetNum, list);
+  CALL(KEL_List_GetNthList, list, 1);
+  if (KEL_LIST_NODE *head = CALL(KEL_ListGetHead, list); head != nullptr) {
+    CALL(KEL_ListGetNext, list, head);
+    CALL(KEL_ListMoveToTail, list, head);
+  }
+  if (KEL_LIST_NODE *tail = CALL(KEL_ListGetTail, list); tail != nullptr)
+    if (KEL_LIST_NODE *before = CALL(KEL_ListGetPrev, list, tail); before != nullptr)
+      CALL(KEL_ListMove, list, before, tail);
   while (KEL_LIST_NODE *node = CALL(KEL_ListGetHead, list)) {
     CALL(KEL_ListDel, list, node);
     CALL(KEL_List_Node_delete, node);

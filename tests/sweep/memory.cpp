@@ -56,6 +56,10 @@ void UsePool(int32_t blocks) {
     return;
   CALL(KEL_SMalloc_Register, kBlock, "sweep");
   Step("KEL_SMalloc", TakeBlocks, blocks);
+  uint32_t reserved = 0, used = 0, left = 0;
+  CALL(KEL_SMemStatus, &reserved, &used, &left);
+  CALL(KEL_SMalloc_Lock);
+  CALL(KEL_SMalloc_UnLock);
   // The next of a full chunk grows the pool.
   Step("KEL_SMalloc", TakeBlocks, 2);
   Step("KEL_SFree", FreeBlocks);
@@ -139,6 +143,10 @@ void UseMediaPool(const KEL_BUF_PARAM &parameters) {
     CALL(KELBuf_FillWBuf, pool, &frame);
   }
   CALL(KELBuf_LockLeave, pool);
+  KEL_BUF_STATUS status = {};
+  CALL(KELBuf_BufStatus, pool, &status);
+  const void *first = frame.data;
+  CALL(KELBuf_FindRBuf, pool, first, &frame);
   for (KEL_BUF *user : {reader, pool}) {
     if (user == nullptr)
       continue;

@@ -185,6 +185,8 @@ int32_t EpochSays() {
 }
 void System() {
   CALL(KEL_SystemInit, nullptr);
+  tm date = {};
+  CALL(KEL_GetlocalTime, &date);
   Step("KEL_GetSystemTick", TickSays);
   Step("KEL_GetEpochTime", EpochSays);
   CALL(KEL_SystemUnInit, nullptr);
