@@ -25,6 +25,5 @@ case $(grep -m 1 '^flags' /proc/cpuinfo) in
 esac
 mkdir -p build/coverage/report
 gcovr --root . --object-directory build/coverage/src --filter src/ $exclude \
-  --exclude-throw-branches --exclude-unreachable-branches \
   --html-details build/coverage/report/index.html --txt - --print-summary \
   --fail-under-line 100 --fail-under-branch 100

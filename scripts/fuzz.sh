@@ -56,7 +56,8 @@ for name in $names; do
   }
   # Many short runs tell more about operations; streams need their length.
   case $name in
-    adts | h264 | ts) length=2400 ;;
+    adts | h264 | ts) length=3000 ;;
+    checksum) length=1000 ;;
     *) length=600 ;;
   esac
   mkdir -p "$build/corpus/$name"

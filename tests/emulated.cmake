@@ -59,7 +59,8 @@ set(KELCORE_NOT_EMULATED
   # It has no mq_notify.
   "IpcTest.TellsWhoIsNotified")
 # Whole programs, for its timers and its start times.
-set(KELCORE_PROGRAMS_NOT_EMULATED example_periodic_timer stress_timer stress_kelstream)
+set(KELCORE_PROGRAMS_NOT_EMULATED example_periodic_timer guide_timer_thread
+  docs_header_kelcore_time stress_timer stress_kelstream)
 
 # For every test of a directory, once all are made.
 function(kelcore_spare_the_emulator)

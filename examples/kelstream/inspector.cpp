@@ -25,7 +25,7 @@ struct CloseFile {
 };
 
 std::string ErrorText(int error) {
-  return std::strerror(error);  // NOLINT(concurrency-mt-unsafe): the main thread's alone
+  return std::strerror(error);
 }
 
 void PrintRemarks(const FileReport &report) {
