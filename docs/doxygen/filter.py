@@ -177,15 +177,17 @@ def print_cpp_header(path):
             print(comment(["@addtogroup cpp", "@{"]))
 
 
-MAIN = """@mainpage
+MAIN = r"""@mainpage
 The core runtime library of an embedded Linux media device, behind a plain C interface:
 @code{.c}
-#include <kelcore.h>
+#include <kelcore/kelcore.h>
 @endcode
-Programs include that header, or those of the families they use, and link with
-<tt>-lkelcore</tt>. Time-outs are milliseconds; results are 0 or a handle when all is
-well, and each function tells the rest. What is said under Threads, Blocking and Null is
-true of the family, as far as the function itself does not say otherwise.
+Programs include that header, or those of the families they use, as in
+<tt>kelcore/kelcore_queue.h</tt>, and compile with
+<tt>$(pkg-config \--cflags \--libs kelcore)</tt>. Time-outs are milliseconds; results are 0
+or a handle when all is well, and each function tells the rest. What is said under Threads,
+Blocking and Null is true of the family, as far as the function itself does not say
+otherwise.
 
 C++17 programs have owners, time-outs and containers over the same calls: @ref cpp.
 """

@@ -23,6 +23,10 @@ def code(line):
     return "\\&" + line if line.startswith((".", "\\(aq")) else line
 
 
+COMPILING = [".Pp", "Compile with",
+             ".Dl " + code("cc program.c $(pkg-config --cflags --libs kelcore)")]
+
+
 def prose(text):
     """Text lines, one for each sentence."""
     parts = re.split(r"`([^`]*)`", text)
@@ -158,10 +162,10 @@ def family_page(family):
     functions = [f.name for h in family.headers for f in h.functions()]
     lines = [".Sh SYNOPSIS"]
     for header in family.headers:
-        lines += [f".In {header.path.name}"]
+        lines += [f".In kelcore/{header.path.name}"]
         for item in header.functions():
             lines += prototype(item)
-    lines += [".Pp", "Link with", ".Fl lkelcore ."]
+    lines += COMPILING
     examples, surprises, types = [], [], []
     lines += [".Sh DESCRIPTION"]
     for number, header in enumerate(family.headers):
@@ -209,7 +213,7 @@ def overview():
         if family.key != "common":
             areas.setdefault(family.area, []).append(family)
     common = next(f for f in FAMILIES if f.key == "common").headers[0]
-    lines = [".Sh SYNOPSIS", ".In kelcore.h", ".Pp", "Link with", ".Fl lkelcore .",
+    lines = [".Sh SYNOPSIS", ".In kelcore/kelcore.h"] + COMPILING + [
              ".Sh DESCRIPTION",
              "The core runtime library of an embedded Linux media device, behind a plain C "
              "interface.",
@@ -231,6 +235,7 @@ def overview():
         lines += [f".It Dv {item.name}", f"{value}: {item.trailing}"]
     lines += [".El", ".Sh EXAMPLES", "One thread hands a text to another one:"]
     lines += literal((headers.ROOT / "docs/guide/snippets/hello.c").read_text()
+                     .replace("#include <kelcore", "#include <kelcore/kelcore")
                      .rstrip().split("\n"))
     lines += [".Sh SEE ALSO", ".Xr kelctl 1 ,", ".Xr kelstream 1"]
     return page("kelcore", 7, "core runtime library of a media device", ["kelcore"], lines)

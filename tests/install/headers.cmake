@@ -1,4 +1,4 @@
-# cmake -DPREFIX= -DINCLUDEDIR= -DBINARY= -DCC= -DCXX= -P headers.cmake
+# cmake -DPREFIX= -DINCLUDEDIR= -DMANDIR= -DBINARY= -DCC= -DCXX= -P headers.cmake
 # Compiles all installed headers with each of the two directories that programs may
 # name, and with no other: no header may need the one that was not named.
 include("${CMAKE_CURRENT_LIST_DIR}/common.cmake")
@@ -29,3 +29,21 @@ endfunction()
 
 compile_all("${root}" "kelcore/")
 compile_all("${root}/kelcore" "")
+
+# The manual pages name headers as a program can that names the usual directory alone.
+file(GLOB pages "${PREFIX}/${MANDIR}/man[37]/*")
+set(includes "")
+foreach(page IN LISTS pages)
+  file(STRINGS "${page}" lines REGEX "^(\\.In |#include <kelcore)")
+  if(NOT lines)
+    message(FATAL_ERROR "${page} names no header")
+  endif()
+  list(APPEND includes ${lines})
+endforeach()
+list(TRANSFORM includes REPLACE "^\\.In (.+)" "#include <\\1>")
+list(JOIN includes "\n" text)
+set(source "${BINARY}/pages.c")
+file(WRITE "${source}" "${text}\n")
+run("${CC}" -std=c99 -fsyntax-only "-I${root}" "${source}")
+list(LENGTH includes count)
+message("${count} headers in manual pages")
