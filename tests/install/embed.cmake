@@ -31,6 +31,17 @@ run_program("${BINARY}/user_static")
 if(GIT)
   run("${GIT}" -C "${BINARY}/_deps/kelcore-src" describe --tags)
   message("fetched: ${output}")
+
+  # The project that the guide shows, with the program that it shows.
+  set(guide "${BINARY}-guide")
+  file(REMOVE_RECURSE "${guide}")
+  file(MAKE_DIRECTORY "${guide}")
+  file(COPY_FILE "${SOURCE}/docs/guide/snippets/hello.c" "${guide}/hello.c")
+  file(COPY_FILE "${SOURCE}/docs/guide/snippets/fetch_content.cmake" "${guide}/CMakeLists.txt")
+  run(${_cmake} -S "${guide}" -B "${guide}/build" ${_choices}
+    "-DKELCORE_REPOSITORY=file://${repository}")
+  run(${_cmake} --build "${guide}/build" --target hello)
+  run_program("${guide}/build/hello")
 endif()
 
 file(REMOVE_RECURSE "${BINARY}/prefix")
