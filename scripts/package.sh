@@ -63,9 +63,13 @@ dpkg-deb -f "$build/$library"_*.deb Depends | grep -q 'stdc++\|libgcc' &&
 depends_on libkelcore-dev "$library (= $version)"
 depends_on kelcore-tools "$library (= $version)"
 depends_on kelcore-tools libstdc++6
+for name in "$library" kelcore-tools; do
+  [ "$(dpkg-deb -f "$build/$name-dbgsym"_*.ddeb Depends)" = "$name (= $version)" ] ||
+    fail "$name-dbgsym is not for $name of the same build"
+done
 
 if [ "$(id -u)" -ne 0 ]; then
-  echo "package: not root: the packages are built and looked into, not tried"
+  echo "package: NOT TRIED: installing, using and removing (not root)"
   exit 0
 fi
 exec unshare --mount "$root/scripts/try-packages.sh" "$build" "$root/tests/install/plain_c/main.c"
