@@ -2,12 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <list>
 #include <map>
 #include <memory_resource>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -99,7 +103,7 @@ TEST(CppPoolResource, CarriesContainers) {
 }
 
 TEST(CppRegionHeap, HandsOutWhateverItsSize) {
-  for (const uint32_t size : {192u, 1000u, 5000u, 70000u, 200000u, 3000000u}) {
+  for (const uint32_t size : {512u, 1000u, 5000u, 70000u, 200000u, 3000000u}) {
     auto heap = kel::region_heap::create(size);
     ASSERT_TRUE(heap) << size << ": " << heap.error().message();
     void *block = heap->allocate(16);
@@ -107,13 +111,13 @@ TEST(CppRegionHeap, HandsOutWhateverItsSize) {
     EXPECT_EQ(reinterpret_cast<uintptr_t>(block) % 8, 0u);
     EXPECT_TRUE(heap->deallocate(block));
   }
-  EXPECT_FALSE(kel::region_heap::create(100));
+  EXPECT_FALSE(kel::region_heap::create(511));
 }
 
 TEST(CppRegionHeap, HandsOutAlsoWhenManyPlacesAreTaken) {
   std::vector<kel::region_heap> heaps;
   for (int i = 0; i < 200; ++i) {
-    auto heap = kel::region_heap::create(static_cast<uint32_t>(200 + 97 * i));
+    auto heap = kel::region_heap::create(static_cast<uint32_t>(512 + 97 * i));
     ASSERT_TRUE(heap) << i;
     ASSERT_NE(heap->allocate(8), nullptr) << i;
     if (i % 3 != 0)
@@ -132,13 +136,13 @@ TEST(CppRegionHeap, HandsOutAlsoWhenBlocksOfOtherThreadsAreAtHand) {
   }).join();
   for (void *block : theirs)
     std::free(block);
-  auto heap = kel::region_heap::create(192);
+  auto heap = kel::region_heap::create(512);
   EXPECT_TRUE(heap && heap->allocate(8) != nullptr);
 }
 
 TEST(CppRegionHeap, SmallOnesWorkOnOtherThreads) {
   std::thread([] {
-    for (const uint32_t size : {192u, 5000u, 70000u}) {
+    for (const uint32_t size : {512u, 5000u, 70000u}) {
       auto heap = kel::region_heap::create(size);
       EXPECT_TRUE(heap && heap->allocate(8) != nullptr) << size;
     }
@@ -157,6 +161,186 @@ TEST(CppRegionHeap, ReallocationKeepsContents) {
   EXPECT_STREQ(static_cast<char *>(larger), "fifteen letters");
   EXPECT_TRUE(heap.deallocate(larger));
   EXPECT_TRUE(heap.deallocate(fence));
+}
+
+// Whether round after round a heap of this size has memory for it.
+template <class Round>
+testing::AssertionResult lasts(uint32_t heap_bytes, int rounds, Round round) {
+  auto heap = kel::region_heap::create(heap_bytes).value_or_throw();
+  kel::region_resource memory(heap);
+  int done = 0;
+  try {
+    for (auto use = round(memory); done < rounds; ++done)
+      use(done);
+  } catch (const std::bad_alloc &) {
+    return testing::AssertionFailure()
+           << "full after " << done << " rounds, " << heap.free_bytes() << " bytes free";
+  }
+  return testing::AssertionSuccess();
+}
+
+TEST(CppRegionHeap, ServesAListThatStaysShortForever) {
+  EXPECT_TRUE(lasts(1 << 14, 4000, [](auto &memory) {
+    return [list = std::pmr::list<int>(1, 0, &memory)](int) mutable {
+      list.insert(list.end(), {1, 2});
+      list.erase(std::next(list.begin()));
+      list.pop_back();
+    };
+  }));
+}
+
+TEST(CppRegionHeap, ServesVectorsOfStringsForever) {
+  EXPECT_TRUE(lasts(1 << 14, 1000, [](auto &memory) {
+    return [&memory](int) {
+      std::pmr::vector<std::pmr::string> lines(&memory);
+      for (int i = 0; i < 5; ++i)
+        lines.emplace_back("a line that is too long to live inside the string itself");
+    };
+  }));
+}
+
+TEST(CppRegionHeap, ServesAMapThatChangesForever) {
+  EXPECT_TRUE(lasts(1 << 14, 4000, [](auto &memory) {
+    return [map = std::pmr::map<int, int>(&memory)](int round) mutable {
+      map[round % 10 + 1] = round;
+      map[round % 7 + 20] = round;
+      map.erase(round % 10 + 1);
+      if (round % 3 == 0)
+        map.erase(map.begin());
+    };
+  }));
+}
+
+// Blocks at random, each filled with a value of its own that must be there at its end.
+class mixed_blocks {
+ public:
+  mixed_blocks(kel::region_heap &heap, uint32_t most, uint32_t seed)
+      : heap_(heap), most_(most), random_(seed) {}
+  ~mixed_blocks() {
+    while (!live_.empty())
+      free_one(live_.size() - 1);
+  }
+
+  void run(int steps) {
+    for (int i = 0; i < steps && intact_; ++i) {
+      if (live_.empty() || random_() % 3 != 0)
+        allocate_one();
+      else
+        free_one(random_() % 3 != 0 ? live_.size() - 1 : random_() % live_.size());
+    }
+  }
+  bool intact() const { return intact_; }
+
+ private:
+  struct block {
+    uint8_t *data;
+    uint32_t size;
+    uint8_t value;
+  };
+
+  void allocate_one() {
+    const uint32_t size = 1 + static_cast<uint32_t>(random_()) % most_;
+    if (auto *data = static_cast<uint8_t *>(heap_.allocate(size))) {
+      const auto value = static_cast<uint8_t>(random_());
+      std::memset(data, value, size);
+      live_.push_back({data, size, value});
+    } else if (!live_.empty()) {
+      free_one(live_.size() - 1);
+    }
+  }
+
+  void free_one(size_t index) {
+    const block gone = live_[index];
+    live_.erase(live_.begin() + static_cast<std::ptrdiff_t>(index));
+    const std::vector<uint8_t> expected(gone.size, gone.value);
+    intact_ = intact_ && std::memcmp(gone.data, expected.data(), gone.size) == 0;
+    intact_ = heap_.deallocate(gone.data).ok() && intact_;
+  }
+
+  kel::region_heap &heap_;
+  uint32_t most_;
+  std::minstd_rand random_;
+  std::vector<block> live_;
+  bool intact_ = true;
+};
+
+TEST(CppRegionHeap, NeverHandsBytesOutTwiceAndGetsAllBack) {
+  for (const uint32_t size : {4096u, 16384u, 100000u}) {
+    for (uint32_t seed = 1; seed <= 10; ++seed) {
+      auto heap = kel::region_heap::create(size).value_or_throw();
+      // Sizes among which there are many that leave the smallest rest, too.
+      for (const uint32_t most : {size / 16, 200u}) {
+        mixed_blocks blocks(heap, most, seed);
+        blocks.run(300);
+        ASSERT_TRUE(blocks.intact()) << size << ' ' << seed << ' ' << most;
+      }
+      ASSERT_LE(heap.free_bytes(), size);
+      void *all = heap.allocate(size - 512);
+      ASSERT_NE(all, nullptr) << size << ' ' << seed << ": in one piece";
+      ASSERT_TRUE(heap.deallocate(all));
+    }
+  }
+}
+
+TEST(CppRegionHeap, LastsWhenItIsFilledAndEmptiedInAnyOrder) {
+  auto heap = kel::region_heap::create(4000).value_or_throw();
+  std::minstd_rand random(1);
+  size_t most = 0;
+  for (int round = 0; round < 300; ++round) {
+    std::vector<void *> blocks;
+    while (void *block = heap.allocate(9 + round % 30))
+      blocks.push_back(block);
+    ASSERT_GT(blocks.size(), 20u) << round;
+    std::shuffle(blocks.begin(), blocks.end(), random);
+    for (void *block : blocks)
+      ASSERT_TRUE(heap.deallocate(block)) << round;
+    most = std::max(most, blocks.size());
+  }
+  EXPECT_GT(most, 40u);
+}
+
+TEST(CppRegionHeap, ARefusalOfWhatIsTooLargeLeavesItAlive) {
+  auto heap = kel::region_heap::create(1 << 20).value_or_throw();
+  void *block = heap.allocate(600000);
+  ASSERT_NE(block, nullptr);
+  EXPECT_EQ(heap.allocate(700000), nullptr);
+  EXPECT_TRUE(heap.deallocate(block));
+  EXPECT_EQ(heap.allocate(1 << 20), nullptr);
+  EXPECT_EQ(heap.allocate(UINT32_MAX), nullptr);
+  block = heap.allocate(700000);
+  EXPECT_NE(block, nullptr) << "what is free is one piece but for the guard";
+  EXPECT_NE(heap.allocate(100), nullptr);
+}
+
+TEST(CppRegionHeap, ServesThreadsTogether) {
+  auto heap = kel::region_heap::create(1 << 14).value_or_throw();
+  std::vector<std::thread> threads;
+  std::atomic<int> intact{0};
+  for (uint32_t seed = 1; seed <= 3; ++seed)
+    threads.emplace_back([&heap, &intact, seed] {
+      mixed_blocks blocks(heap, 100, seed);
+      blocks.run(2000);
+      intact += blocks.intact() ? 1 : 0;
+    });
+  for (std::thread &thread : threads)
+    thread.join();
+  EXPECT_EQ(intact, 3);
+  EXPECT_NE(heap.allocate((1 << 14) - 512), nullptr);
+}
+
+TEST(CppRegionHeap, MovesWithItsGuardAndTakesCHeapsOver) {
+  auto first = kel::region_heap::create(4096).value_or_throw();
+  kel::region_resource memory(first);
+  kel::region_heap heap = std::move(first);
+  memory.deallocate(memory.allocate(100, 8), 100, 8);
+  void *block = heap.allocate(100);
+  EXPECT_TRUE(heap.deallocate(block));
+  heap.reset(KEL_VMemCreate(nullptr, 1 << 20));
+  void *kept = heap.allocate(100);
+  block = heap.allocate(100);
+  ASSERT_NE(kept, nullptr);
+  ASSERT_NE(block, nullptr);
+  EXPECT_TRUE(heap.deallocate(block));
 }
 
 TEST(CppRegionResource, CarriesContainersAndAnyAlignment) {

@@ -221,13 +221,6 @@ int cpp_list_sum(kel::list<item *> &l) {
   return sum;
 }
 
-void *c_heap_allocate(KEL_VMEM **h) {
-  return KEL_VMalloc(*h, 100);
-}
-void *cpp_heap_allocate(kel::region_heap &h) {
-  return h.allocate(100);
-}
-
 void c_owner_end(KEL_MUTEX **m, volatile int *count) {
   if (*m != nullptr)
     KEL_MutexDestroy(*m);
