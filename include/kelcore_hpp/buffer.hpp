@@ -23,6 +23,9 @@
 ///  - The writer does not read: its own handle is done with each frame at once.
 ///  - A pool of n frames holds n; a reader that is n behind sees them. (To the C calls
 ///    such a reader has read all.)
+///  - A frame may fill its room. (Where such frames meet in the area, the C calls take it
+///    for free, and overwrite what is unread.) An area of n times the room holds n - 1 of
+///    them.
 ///  - A reader starts with the first frame that is committed after it was attached, and
 ///    is done with all others when it ends, so that none waits for it.
 ///  - Frames are read in their order. KELBuf_FindRBuf jumps, and what it jumps over
@@ -127,16 +130,20 @@ class media_pool : public owner<KEL_BUF, &KELBuf_Destroy> {
  public:
   media_pool() noexcept = default;
 
-  /// Fails with std::errc::invalid_argument when an amount is 0, else when memory is
-  /// short.
+  /// Fails with std::errc::invalid_argument when an amount is 0 or the room more than the
+  /// area has, else when memory is short.
   static result<media_pool> create(const media_options &options) {
     if (options.area_bytes == 0 || options.frame_room == 0 || options.frames == 0 ||
-        options.frames == UINT32_MAX)
+        options.frames == UINT32_MAX || options.frame_room > options.area_bytes)
+      return std::errc::invalid_argument;
+    const uint32_t step = options.align != 0 ? options.align : 1;
+    const uint64_t room = (uint64_t{options.frame_room} + step - 1) / step * step;
+    if (room >= UINT32_MAX)
       return std::errc::invalid_argument;
     KEL_BUF_PARAM param{};
     param.bufsize = options.area_bytes;
-    param.minsize = options.frame_room;
-    param.number = options.frames + 1;  // so that a full pool does not look read
+    param.minsize = static_cast<uint32_t>(room + 1);  // which no frame has
+    param.number = options.frames + 1;                // so that a full pool does not look read
     param.align = options.align;
     param.index = options.index;
     param.media = options.media;
@@ -145,6 +152,7 @@ class media_pool : public owner<KEL_BUF, &KELBuf_Destroy> {
     if (!made)
       return errc::out_of_memory;
     made.frames_ = options.frames;
+    made.frame_room_ = options.frame_room;
     return made;
   }
 
@@ -167,6 +175,7 @@ class media_pool : public owner<KEL_BUF, &KELBuf_Destroy> {
     const status offered(KELBuf_GetWBuf(native_handle(), &frame));
     if (!offered)
       return offered;
+    frame.room = frame_room_;
     return frame;
   }
 
@@ -189,6 +198,7 @@ class media_pool : public owner<KEL_BUF, &KELBuf_Destroy> {
 
  private:
   uint32_t frames_ = 0;
+  uint32_t frame_room_ = 0;
 };
 
 }  // namespace kel

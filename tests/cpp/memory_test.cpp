@@ -288,7 +288,7 @@ TEST(CppRegionHeap, LastsWhenItIsFilledAndEmptiedInAnyOrder) {
   size_t most = 0;
   for (int round = 0; round < 300; ++round) {
     std::vector<void *> blocks;
-    while (void *block = heap.allocate(9 + round % 30))
+    while (void *block = heap.allocate(9 + static_cast<uint32_t>(round) % 30))
       blocks.push_back(block);
     ASSERT_GT(blocks.size(), 20u) << round;
     std::shuffle(blocks.begin(), blocks.end(), random);
@@ -418,6 +418,44 @@ TEST(CppMediaPool, AReaderThatIsAFullPoolBehindStillReads) {
       EXPECT_TRUE(reader.done());
     }
   }
+}
+
+// Frames of all their room, the pool being filled and read in turn: false when a frame was
+// not what was written.
+bool full_frames_stay(const kel::media_options &options) {
+  auto pool = kel::media_pool::create(options).value_or_throw();
+  auto reader = pool.attach().value_or_throw();
+  uint8_t written = 0;
+  uint8_t seen = 0;
+  for (int round = 0; round < 100; ++round) {
+    while (write(pool, written, options.frame_room))
+      ++written;
+    for (int reads = 0; reads <= round % 3 && seen != written; ++reads) {
+      const auto frame = reader.next();
+      const std::vector<uint8_t> expected(options.frame_room, seen++);
+      if (!frame || std::memcmp(frame->data, expected.data(), expected.size()) != 0 ||
+          !reader.done())
+        return false;
+    }
+  }
+  return true;
+}
+
+TEST(CppMediaPool, FramesOfAllTheRoomStayUntilTheyAreRead) {
+  for (const uint32_t room : {64u, 100u})
+    for (const uint32_t area : {100u, 256u, 512u, 640u})
+      for (const uint32_t frames : {4u, 16u})
+        for (const uint32_t align : {0u, 16u, 24u})
+          EXPECT_TRUE(full_frames_stay({area, room, frames, align}))
+              << room << ' ' << area << ' ' << frames << ' ' << align;
+}
+
+TEST(CppMediaPool, OffersTheRoomThatWasAskedFor) {
+  auto pool = kel::media_pool::create({100, 100, 2, 16}).value_or_throw();
+  EXPECT_EQ(pool.offer()->room, 100u);
+  EXPECT_EQ(pool.offer()->writable().size(), 100u);
+  EXPECT_FALSE(kel::media_pool::create({100, 101, 2}));
+  EXPECT_FALSE(kel::media_pool::create({UINT32_MAX, UINT32_MAX, 2}));
 }
 
 TEST(CppMediaPool, WithoutReadersItNeverFills) {
