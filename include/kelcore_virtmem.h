@@ -19,7 +19,12 @@
  *    as mmap gives it. malloc does so too for 128 KiB and more, but not for sizes
  *    up to the largest that was freed: mallopt(M_MMAP_THRESHOLD, 128 * 1024) at
  *    the start of the program makes it keep to that.
- *  - The last block, when it would be handed out whole, is not handed out.
+ *  - The last block, when it would be handed out whole, is not handed out, but is
+ *    taken, and counts so. The search ends there from then on: it has no way back to
+ *    the blocks in front, and the heap refuses however much is free. Make at the start
+ *    a small block, one of all but 128 of the free bytes (a multiple of 8), and another
+ *    small one, then free the large one; and ask for 9 bytes at least, which the 64 to
+ *    71 that remain at the end have no room for.
  *  - The search begins at the block handed out last also when that block has been
  *    absorbed by a free one before it; its old header is used again then, inside
  *    the other block. Headers can be reported as broken then, blocks that cannot

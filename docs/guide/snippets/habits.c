@@ -29,6 +29,22 @@ static uint8_t *room_in(KEL_RING *ring, uint32_t *room) {
 }
 /* --- */
 
+/* --- ends --- */
+/* A heap with a small block at either end, both kept: nothing merges over the region's end,
+ * and the rest behind them is too small for a request of 9 bytes or more. */
+static KEL_VMEM *make_heap(uint32_t size) {
+  KEL_VMEM *heap = KEL_VMemCreate(NULL, size);
+  void *first = KEL_VMalloc(heap, 8);
+  void *all = first != NULL ? KEL_VMalloc(heap, KEL_VGetFree(heap) / 8 * 8 - 128) : NULL;
+  if (all == NULL || KEL_VMalloc(heap, 8) == NULL) {
+    KEL_VMemDestroy(heap);
+    return NULL;
+  }
+  KEL_VFree(heap, all);
+  return heap;
+}
+/* --- */
+
 /* --- resize --- */
 /* Resizing by hand: KEL_VReAlloc returns no address that one can use. */
 static void *resize(KEL_VMEM *heap, void *block, uint32_t old_size, uint32_t new_size) {
@@ -84,8 +100,15 @@ int main(void) {
   REQUIRE(room_in(ring, &room) != NULL && room == 70);
   KELRing_Destroy(ring);
 
-  KEL_VMEM *heap = KEL_VMemCreate(NULL, 1 << 20);
-  char *block = KEL_VMalloc(heap, 8);
+  KEL_VMEM *heap = make_heap(1 << 20);
+  void *held = KEL_VMalloc(heap, 100);
+  for (int i = 0; i < 20000; ++i) {
+    void *next = KEL_VMalloc(heap, 100);
+    REQUIRE(next != NULL);
+    KEL_VFree(heap, held);
+    held = next;
+  }
+  char *block = KEL_VMalloc(heap, 16);
   REQUIRE(block != NULL);
   memcpy(block, "resized", 8);
   block = resize(heap, block, 8, 4096);
