@@ -288,6 +288,17 @@ TEST_F(Heap, TheLastBlockHandedOutWholeIsRefused) {
             lines.end());
 }
 
+// It links to the region's end then, which is no block: no search gets past it.
+TEST_F(Heap, ALastBlockTakenWholeCutsOffWhatLiesInFront) {
+  void *front = Alloc(200);
+  ASSERT_NE(Alloc(8), nullptr);
+  EXPECT_EQ(Alloc(KEL_VGetFree(heap)), nullptr);
+  EXPECT_EQ(KEL_VFree(heap, front), 0);
+  EXPECT_GE(KEL_VGetFree(heap), 200u);
+  EXPECT_EQ(Alloc(200), nullptr);
+  EXPECT_EQ(Alloc(8), nullptr);
+}
+
 TEST_F(Heap, NothingAndTooMuchAreRefused) {
   EXPECT_EQ(Alloc(0), nullptr);
   EXPECT_EQ(trace.Messages("", "ERROR"),
