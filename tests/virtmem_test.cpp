@@ -290,6 +290,7 @@ TEST_F(Heap, TheLastBlockHandedOutWholeIsRefused) {
 
 // It links to the region's end then, which is no block: no search gets past it.
 TEST_F(Heap, ALastBlockTakenWholeCutsOffWhatLiesInFront) {
+  ASSERT_NE(Alloc(8), nullptr);
   void *front = Alloc(200);
   ASSERT_NE(Alloc(8), nullptr);
   EXPECT_EQ(Alloc(KEL_VGetFree(heap)), nullptr);
