@@ -3,6 +3,7 @@
 ///
 ///     struct frame_ready : kel::message { frame *what; };
 ///     auto frames = kel::channel<frame_ready *>::create(16).value_or_throw();
+///     frame_ready ready;
 ///     frames.send(&ready).or_throw();                  // any thread
 ///     if (auto got = frames.receive(1s)) use((*got)->what);
 ///

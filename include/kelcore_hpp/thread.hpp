@@ -3,7 +3,7 @@
 ///
 ///     auto t = kel::thread::start({"reader"}, [&] { run(job); }).value_or_throw();
 ///     ...
-///     t.join();   // or leave it to the destructor, which waits as well
+///     t.join().value_or_throw();   // or leave it to the destructor, which waits as well
 ///
 /// Any thread may start others; one joins, or detaches, each.
 ///

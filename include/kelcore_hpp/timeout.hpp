@@ -1,7 +1,9 @@
 /// @file
 /// Time-outs: std::chrono durations where the C calls take milliseconds.
 ///
-///     events.wait(50ms);   events.wait(kel::no_wait);   events.wait(kel::infinite);
+///     if (events.wait(50ms)) ...
+///     if (events.wait(kel::no_wait)) ...
+///     events.wait(kel::infinite).or_throw();
 #ifndef KELCORE_HPP_TIMEOUT_HPP
 #define KELCORE_HPP_TIMEOUT_HPP
 
