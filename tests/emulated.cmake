@@ -51,6 +51,7 @@ set(KELCORE_NOT_EMULATED
   "PublishTest.NamesWithTheSameKey"
   "PublishTest.NewEventsAreKept"
   "PublishTest.OnePublisherUnderAName"
+  "PublishTest.OneThatJustEndedWasNotKilled"
   "PublishTest.StoppedPublisherLeavesNothing"
   "PublishTest.TwoPublishersDoNotDisturbEachOther"
   "PublishTest.WatcherSeesStreamsFilesAndTotals"
