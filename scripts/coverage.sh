@@ -22,8 +22,8 @@ exclude=
 case $(grep -m 1 '^flags' /proc/cpuinfo) in
   *avx512bw*gfni*vpclmulqdq*) ;;
   *)
-    echo "coverage: this processor lacks AVX-512 or GFNI, checksum_x86.cpp is left out"
-    exclude="--exclude src/internal/checksum_x86.cpp"
+    echo "coverage: this processor lacks AVX-512 or GFNI, checksum_avx512.cpp is left out"
+    exclude="--exclude src/internal/checksum_avx512.cpp"
     ;;
 esac
 mkdir -p build/coverage/report
