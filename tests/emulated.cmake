@@ -40,6 +40,7 @@ set(KELCORE_NOT_EMULATED
   "Timer.FiresUntilStoppedWithLoop"
   "Timer.TheOlderOfTwoFiresAndGoesAsWell"
   "TimerDestroy.MayComeFromItsOwnCallback"
+  "CppSemaphore.EndlessWaitsGoOnThroughSignals"
   "CppTimer.AnIntervalOfZeroIsShortNotStored"
   "CppTimer.CallsBackOnceOrPeriodically"
   "ProgramStreamsTest.ATerminalShowsTheProgressOfLargeFiles"
