@@ -48,7 +48,8 @@ typedef struct KEL_FILE_ATTR {
  *   no      yes   any               "r+b" ["r+"]: must exist
  *   no      no    READ              "rb" ["r"]
  *   no      no    WRITE             "wb" ["w"]: created or emptied
- *   yes     yes   READ or APPEND    "r+b", or "w+b" if that fails: kept or made
+ *   yes     yes   READ or APPEND    "r+b", or "w+b" if that fails: kept or made,
+ *                                   but emptied when only the first opening failed
  *   yes     yes   neither           "w+b" ["wt": write-only]: created or emptied
  *   yes     no    READ              "rb": must exist
  *   yes     no    WRITE and APPEND  "ab"

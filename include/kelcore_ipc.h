@@ -30,6 +30,9 @@
  *  - A sender takes its turn at a semaphore of the system. One that is killed in
  *    mid-send never gives it back: after as many deaths as the semaphore has
  *    units every send waits for ever. Remove the names to begin anew.
+ *  - KEL_IPCSend and KEL_IPCSend_CustomMsg, interrupted by a signal while they wait
+ *    for their turn, go on without one and give one back: from then on the
+ *    semaphore lets one sender more in.
  *  - A send or receive of the first family that a signal interrupts begins anew
  *    with its whole time-out: timers of a shorter period keep it from ending.
  *  - A custom message's priority is its length: longer ones are received

@@ -253,6 +253,14 @@ TEST_F(File, CreateAndUpdateKeepsContentsWithReadOrAppend) {
   }
 }
 
+// Whatever kept it from being opened counts as its absence, also when that passes.
+TEST_F(File, CreateAndUpdateEmptiesAFileThatCouldNotBeOpenedOnce) {
+  faults::fopen64.Fail(nullptr, EMFILE, 0, 1);
+  const Stream stream(KEL_FileOpen(Make("old").c_str(), kCreate | kRdwr | kRead));
+  EXPECT_NE(static_cast<FILE *>(stream), nullptr);
+  EXPECT_EQ(Contents(Path()), "");
+}
+
 TEST_F(File, CreateAndUpdateMakesAMissingFileWithReadOrAppend) {
   for (uint32_t keep : {kRead, kAppend}) {
     const std::string path = Path(std::to_string(keep));

@@ -308,6 +308,22 @@ TEST_F(Ipc, ASenderKilledInMidSendKeepsItsTurn) {
   sem_close(turns);
 }
 
+// Nor does a sender that was called off its wait: it goes on, and gives what it never had.
+TEST_F(Ipc, AnInterruptedSenderGoesOnWithoutATurnAndGivesOneMore) {
+  KEL_IPC *ipc = Open(1);
+  sem_t *const turns = ::sem_open(name.c_str(), 0);
+  ASSERT_NE(turns, SEM_FAILED);
+  ASSERT_EQ(::sem_trywait(turns), 0);
+  const Message message("x");
+  faults::sem_wait.Fail(-1, EINTR);
+  EXPECT_EQ(KEL_IPCSend(ipc, &message, 0, 0), 0);
+  ::sem_post(turns);
+  int units = 0;
+  sem_getvalue(turns, &units);
+  EXPECT_EQ(units, 2);
+  sem_close(turns);
+}
+
 TEST_F(Ipc, CustomMessagesAreRawAndLongestFirst) {
   KEL_IPC *server = OpenCustom(1);
   KEL_IPC *client = OpenCustom(0);
