@@ -1,6 +1,7 @@
 #!/bin/sh
 # Builds and tests the presets given, "release" without any:
 #   scripts/test.sh [release|debug|asan-ubsan|tsan ...]
+# KELCORE_CMAKE_OPTIONS gives CMake more options.
 set -eu
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -9,7 +10,9 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 for preset in "${@:-release}"; do
   echo "== $preset"
-  cmake --preset "$preset"
+  # Unquoted on purpose: one word per option.
+  # shellcheck disable=SC2086
+  cmake --preset "$preset" ${KELCORE_CMAKE_OPTIONS:-}
   cmake --build --preset "$preset" -j "$(nproc)"
   # Some machines place memory where ThreadSanitizer cannot; without address
   # randomisation it always finds its room.
