@@ -25,12 +25,16 @@ if(NOT KELCORE_SANITIZE AND NOT KELCORE_COVERAGE)
     "$<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
 endif()
 
-# Returns and indirect jumps reach only where the compiler meant them to.
+# Returns and indirect jumps reach only where the compiler meant them to. What that
+# leaves in every object, a test looks for.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|amd64|i[3-6]86)$")
-  target_compile_options(kelcore_hardening INTERFACE -fcf-protection)
+  set(KELCORE_CONTROL_FLOW_FLAG -fcf-protection)
+  set(KELCORE_CONTROL_FLOW_MARKS "IBT, SHSTK")
 elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(aarch64|arm64)$")
-  target_compile_options(kelcore_hardening INTERFACE -mbranch-protection=standard)
+  set(KELCORE_CONTROL_FLOW_FLAG -mbranch-protection=standard)
+  set(KELCORE_CONTROL_FLOW_MARKS "BTI, PAC")
 endif()
+target_compile_options(kelcore_hardening INTERFACE ${KELCORE_CONTROL_FLOW_FLAG})
 
 # All is bound at the start, and then the tables are read-only.
 target_link_options(kelcore_hardening INTERFACE

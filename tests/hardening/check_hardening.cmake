@@ -1,9 +1,9 @@
 cmake_minimum_required(VERSION 3.25)
 
-# cmake -DFILE= -DARCHIVE= -DREADELF= -DPROGRAM=ON|OFF -DFORTIFIED=ON|OFF -DFEATURE=
-#       -P check_hardening.cmake
-# Reads from a library or program, and from the objects that it is made of, that
-# its hardening arrived.
+# cmake -DFILE= -DARCHIVE= -DOBJECTS= -DCOMMANDS= -DREADELF= -DPROGRAM=ON|OFF
+#       -DFORTIFIED=ON|OFF -DFLAG= -DMARKS= -P check_hardening.cmake
+# Reads from a library or program, from the objects that it is made of and from the
+# commands that compiled them that its hardening arrived.
 function(read_elf result)
   execute_process(COMMAND "${READELF}" -W ${ARGN}
     OUTPUT_VARIABLE text ERROR_QUIET COMMAND_ERROR_IS_FATAL ANY)
@@ -43,13 +43,38 @@ endif()
 
 # The linker drops the mark when the C library's start-up objects lack it, so the
 # own objects tell.
-if(FEATURE)
-  read_elf(notes -n "${ARCHIVE}")
-  string(REGEX MATCHALL "File: [^\n]*" objects "${notes}")
-  string(REGEX MATCHALL "feature:[^\n]*${FEATURE}" marked "${notes}")
-  list(LENGTH objects all)
-  list(LENGTH marked good)
-  if(all EQUAL 0 OR NOT all EQUAL good)
-    message(SEND_ERROR "${ARCHIVE}: ${good} of ${all} objects are marked ${FEATURE}")
-  endif()
+read_elf(notes -n "${ARCHIVE}" ${OBJECTS})
+string(REGEX MATCHALL "File: [^\n]*" objects "${notes}")
+string(REGEX MATCHALL "feature:[^\n]*${MARKS}" marked "${notes}")
+list(LENGTH objects all)
+list(LENGTH marked good)
+if(all EQUAL 0 OR NOT all EQUAL good)
+  message(SEND_ERROR "${FILE}: ${good} of ${all} objects are marked ${MARKS}")
 endif()
+
+# One protected object is enough for the symbols above, and an object with nothing to
+# protect has none: that each was compiled with the flags, and none took them back,
+# only its command tells.
+file(READ "${COMMANDS}" commands)
+foreach(object IN LISTS OBJECTS)
+  string(REGEX MATCH "CMakeFiles/[^/]+\\.dir/.+" name "${object}")
+  string(FIND "${commands}" "${name} -c " end)
+  if(end EQUAL -1)
+    message(SEND_ERROR "${object}: its command is not in ${COMMANDS}")
+    continue()
+  endif()
+  string(SUBSTRING "${commands}" 0 ${end} command)
+  string(FIND "${command}" "\n" begin REVERSE)
+  string(SUBSTRING "${command}" ${begin} -1 command)
+  set(FILE "${object}")
+  foreach(flag IN ITEMS -fstack-protector-strong "-f(PIC|PIE)" "${FLAG}")
+    expect_match("${command}" " ${flag} " "is compiled without ${flag}")
+  endforeach()
+  expect_no_match("${command}" " -(fno-stack-protector|fno-pi[ce]|[a-z-]+-protection=none) "
+    "takes its hardening back")
+  if(FORTIFIED)
+    expect_match("${command}" " -D_FORTIFY_SOURCE=2 " "is compiled without the checked functions")
+    expect_no_match("${command}" "-D_FORTIFY_SOURCE=2 .*(-U ?_FORTIFY_SOURCE|-D ?_FORTIFY_SOURCE=[01])"
+      "takes the checked functions back")
+  endif()
+endforeach()
