@@ -269,6 +269,7 @@ TEST_F(Ipc, TwoProcessesTalk) {
     const Message message("from the child");
     _exit(::mq_send(queue, reinterpret_cast<const char *>(&message), 16 + 14, 0) == 0 ? 0 : 1);
   }
+  ASSERT_GT(child, 0);
   Message got("");
   int32_t result = -110;
   for (int tries = 0; tries < 20 && result == -110; ++tries)
@@ -298,6 +299,7 @@ TEST_F(Ipc, ASenderKilledInMidSendKeepsItsTurn) {
     KEL_IPCSend(ipc, &message, 0, 0);  // waits, the queue being full
     _exit(1);
   }
+  ASSERT_GT(child, 0) << "a signal to -1 would go to every process";
   for (int tries = 0; tries < 60000 && left() == before; ++tries)
     usleep(1000);
   kill(child, SIGKILL);

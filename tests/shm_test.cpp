@@ -112,6 +112,7 @@ TEST(ShmMalloc, IsSharedByTwoProcesses) {
     strcpy(mine, "from the child");
     _exit(0);
   }
+  ASSERT_GT(child, 0);
   int status = -1;
   waitpid(child, &status, 0);
   EXPECT_EQ(status, 0);

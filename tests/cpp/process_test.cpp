@@ -88,7 +88,7 @@ bool in_another_process(Look look) {
   if (child == 0)
     _exit(look() ? 0 : 1);
   int how = -1;
-  return waitpid(child, &how, 0) == child && how == 0;
+  return child > 0 && waitpid(child, &how, 0) == child && how == 0;
 }
 
 TEST(CppSemaphore, LeavingKeepsTheName) {
