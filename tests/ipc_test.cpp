@@ -10,6 +10,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -294,8 +295,13 @@ TEST_F(Ipc, ASenderKilledInMidSendKeepsItsTurn) {
     return value;
   };
   const int before = left();
+  const pid_t parent = getpid();
   const pid_t child = fork();
   if (child == 0) {
+    // It would wait for ever, should the test die.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent)
+      _exit(1);
     KEL_IPCSend(ipc, &message, 0, 0);  // waits, the queue being full
     _exit(1);
   }
