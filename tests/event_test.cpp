@@ -96,7 +96,7 @@ TEST_F(Event, AWaitExpiresWithoutASend) {
   EXPECT_EQ(KEL_EventWait(event, 20), -110);
   const uint64_t waited = KEL_GetSystemTick() - before;
   EXPECT_GE(waited, 18u);
-  EXPECT_LT(waited, 5000u);
+  EXPECT_LT(waited, 60'000u);
 }
 
 TEST_F(Event, SendAndWaitAddNoTracesOfTheirOwn) {

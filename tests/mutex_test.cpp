@@ -138,7 +138,7 @@ TEST_F(Mutex, ABoundedWaitExpiresWithTheLibrarysCodeAndNoTrace) {
     EXPECT_EQ(KEL_MutexLock(mutex, 50), KEL_ERR_TIMEOUT);
     const uint64_t waited = KEL_GetSystemTick() - before;
     EXPECT_GE(waited, 48u);
-    EXPECT_LT(waited, 5000u);
+    EXPECT_LT(waited, 60'000u);
   });
   EXPECT_EQ(trace.Take(), Lines{});
 }

@@ -377,7 +377,7 @@ TEST_F(Sema, ABoundedWaitExpiresWithMinus110AndNoTrace) {
   EXPECT_EQ(KEL_SemaGet(sema, 100), -110);
   const uint64_t waited = KEL_GetSystemTick() - before;
   EXPECT_GE(waited, 98u);
-  EXPECT_LT(waited, 5000u);
+  EXPECT_LT(waited, 60'000u);
   EXPECT_EQ(trace.Take(), Lines{});
 }
 

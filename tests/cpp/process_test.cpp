@@ -69,7 +69,7 @@ TEST_F(CppIpc, BlocksComeWithTheirLength) {
   EXPECT_TRUE(queue.receive(to, 5ms).error() == std::errc::timed_out);
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_TRUE(queue.receive(to, kel::no_wait).error() == std::errc::timed_out);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 500ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 1min);
   EXPECT_TRUE(queue.receive(kel::writable_bytes(to).first(2), 1s).error() ==
               std::errc::no_buffer_space);
   EXPECT_TRUE(queue.send(to).error() == std::errc::message_size);
