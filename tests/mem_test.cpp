@@ -6,18 +6,16 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <fstream>
 #include <string>
 #include <thread>
 
 #include "alloc_hooks.h"
 #include "faults.h"
 #include "new_process.h"
+#include "thread_sleeps.h"
 #include "trace_capture.h"
 
 namespace {
@@ -332,14 +330,6 @@ TEST(Free, TakesBlocksOfTheCLibrary) {
   KEL_Free(block, 0);
 }
 
-bool Sleeps(pid_t thread) {
-  std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
-  std::string text;
-  std::getline(stat, text);
-  const size_t name_end = text.rfind(") ");
-  return name_end != std::string::npos && text[name_end + 2] == 'S';
-}
-
 // The announcement is held up while the block is looked at: whoever follows
 // the allocations may still read a block that is about to go.
 TEST(Free, AnnouncesTheBlockBeforeItGoes) {
@@ -350,12 +340,10 @@ TEST(Free, AnnouncesTheBlockBeforeItGoes) {
   std::unique_lock<std::mutex> held_up(hooks.mutex);
   std::atomic<pid_t> id{0};
   std::thread freeing([&] {
-    id = static_cast<pid_t>(syscall(SYS_gettid));
+    id = ThreadId();
     KEL_Free(block, 0);
   });
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-  while ((id == 0 || !Sleeps(id)) && std::chrono::steady_clock::now() < limit)
-    std::this_thread::yield();
+  EXPECT_TRUE(AwaitSleep(id)) << "it was not held up";
   EXPECT_EQ(Bytes(block, 64), std::string(64, 'x'));
   held_up.unlock();
   freeing.join();

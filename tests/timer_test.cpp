@@ -15,6 +15,7 @@
 #include "faults.h"
 #include "kelcore_thread.h"
 #include "kelcore_time.h"
+#include "thread_sleeps.h"
 #include "trace_capture.h"
 
 namespace {
@@ -402,11 +403,13 @@ TEST_F(Timer, DestroyWaitsForACallbackOnAnotherThread) {
   while (!inside)
     sched_yield();
   std::atomic<bool> destroyed{false};
+  std::atomic<pid_t> id{0};
   std::thread destroying([&] {
+    id = ThreadId();
     KEL_TimerDestroy(timer);
     destroyed = true;
   });
-  KEL_ThreadSleep(30);
+  EXPECT_TRUE(AwaitSleep(id));
   EXPECT_FALSE(destroyed);
   leave = true;
   calling.join();

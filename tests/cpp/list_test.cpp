@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kelcore.hpp"
+#include "thread_sleeps.h"
 
 namespace {
 
@@ -77,10 +78,14 @@ TEST(CppLockedList, TakingWaitsForTheLock) {
   item only = {1};
   ASSERT_TRUE(list.push_back(&only));
   std::atomic<bool> took{false};
+  std::atomic<pid_t> id{0};
   std::thread taker;
   list.for_each([&](item &) {
-    taker = std::thread([&] { took = list.pop_front() == &only; });
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    taker = std::thread([&] {
+      id = ThreadId();
+      took = list.pop_front() == &only;
+    });
+    EXPECT_TRUE(AwaitSleep(id));
     EXPECT_FALSE(took);
   });
   taker.join();

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <iterator>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "kelcore.hpp"
+#include "thread_sleeps.h"
 
 namespace {
 
@@ -483,14 +483,16 @@ TEST(CppMediaPool, AReaderDoesNotLeaveWhileAFrameIsCommitted) {
   auto pool = kel::media_pool::create({4096, 64, 4}).value_or_throw();
   auto reader = pool.attach().value_or_throw();
   std::atomic<bool> left{false};
+  std::atomic<pid_t> id{0};
   std::thread leaving;
   {
     const kel::detail::media_guard committing(pool.native_handle());
     leaving = std::thread([&] {
+      id = ThreadId();
       reader.detach();
       left = true;
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_TRUE(AwaitSleep(id));
     EXPECT_FALSE(left);
   }
   leaving.join();

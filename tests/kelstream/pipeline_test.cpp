@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstring>
 #include <map>
 #include <random>
@@ -16,6 +15,7 @@
 #include "sender.h"
 #include "staging_ring.h"
 #include "stream_table.h"
+#include "thread_sleeps.h"
 
 namespace kelstream_test {
 namespace {
@@ -126,7 +126,9 @@ TEST(StreamTableTest, EntriesThatShareAHomeAreAllFound) {
 TEST(StagingRingTest, TheWriterWaitsForRoom) {
   StagingRing ring;
   std::atomic<int> written{0};
+  std::atomic<pid_t> id{0};
   std::thread writer([&] {
+    id = ThreadId();
     while (ring.BeginWrite() != nullptr) {
       ring.EndWrite(StagingRing::kPiece);
       ++written;
@@ -135,7 +137,7 @@ TEST(StagingRingTest, TheWriterWaitsForRoom) {
   constexpr int kPieces = 8;
   while (written < kPieces)
     std::this_thread::yield();
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_TRUE(AwaitSleep(id));
   EXPECT_EQ(written, kPieces);
   ring.Abandon();
   writer.join();
