@@ -77,6 +77,7 @@ bool wait_for(KEL_SEMA *event) {
 
 template <typename T>
 bool alloc_array(T *&array, int32_t count) {
+  // T is a pointer itself, for some: so many bytes are what an item takes.
   constexpr uint32_t kItemBytes = sizeof(T);  // NOLINT(bugprone-sizeof-expression)
   const auto items = static_cast<uint32_t>(count);
   if (kel::product_fits(items, kItemBytes))
