@@ -53,12 +53,29 @@ class PublishTest : public ProgramTest {
     ProgramTest::SetUp();
     std::signal(SIGPIPE, SIG_IGN);
     show_ = ReadFile(MediaPath("show.ts"));
-    name_ = "test-" + std::to_string(getpid()) + "-" +
-            testing::UnitTest::GetInstance()->current_test_info()->name();
+    const std::string test = testing::UnitTest::GetInstance()->current_test_info()->name();
+    for (int i = 0; i < 100; ++i) {
+      name_ = "test-" + std::to_string(getpid()) + "-" + std::to_string(i) + "-" + test;
+      if (IsFree())
+        return;
+    }
+    FAIL() << "no name is free";
   }
   void TearDown() override {
     EXPECT_FALSE(Left(name_)) << "the segment is still there";
     EXPECT_TRUE(Queues().empty()) << Queues();
+  }
+  // Whether all that is made under this name can be: nothing of it is left over from
+  // another process of this number, and somebody else's segments leave it a key.
+  bool IsFree() const {
+    for (const char *const end : {"", "1", "2", "a"}) {
+      bool again = false;
+      kelstream::SharedTotals *const totals = kelstream::CreateTotals(name_ + end, again);
+      if (totals == nullptr)
+        return false;
+      kelstream::RemoveStale(totals);
+    }
+    return Queues().empty();
   }
   static bool Left(const std::string &name) {
     kelstream::SharedTotals *const totals = kelstream::FindTotals(name);
