@@ -1,11 +1,14 @@
 // kelstream that publishes and kelstream that watches, either killed at any moment:
-// the other one ends as it should, the next ones work, and nothing stays in the system.
+// the other one ends as it should, with the totals that the files have and with every
+// event that did not have to give way; the next ones work, and nothing stays in the
+// system.
 
 #include <fcntl.h>
 #include <kelcore_time.h>
 #include <mqueue.h>
 #include <semaphore.h>
 #include <signal.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -120,44 +123,15 @@ bool Contains(const std::string &text, const char *part) {
   return text.find(part) != std::string::npos;
 }
 
+bool BeginsWith(const std::string &text, const std::string &part) {
+  return text.compare(0, part.size(), part) == 0;
+}
+
 void Pause(stress::Random &random, uint32_t most_us) {
   constexpr uint32_t kSecond = 1'000'000;
   const uint32_t us = random.Below(most_us);
   const timespec time = {us / kSecond, static_cast<long>(us % kSecond) * 1000};
   nanosleep(&time, nullptr);
-}
-
-// Every line that a watcher prints is a whole one.
-void CheckLines(const std::string &out) {
-  std::istringstream lines(out);
-  for (std::string line; std::getline(lines, line);)
-    stress::Expect(line.rfind("found:    " + kMedia, 0) == 0 ||
-                       line.rfind("finished: " + kMedia, 0) == 0 ||
-                       line.rfind("total: ", 0) == 0,
-                   "a watcher prints: %s", line.c_str());
-}
-
-void CheckPublisher(const Program &publisher, const std::string &expected) {
-  if (publisher.died())
-    return;
-  stress::Expect(publisher.status() == 0 && publisher.out() == expected,
-                 "a publisher ends with %d: %s", publisher.status(), publisher.err().c_str());
-}
-
-void CheckWatcher(const Program &watcher, const Program &publisher) {
-  CheckLines(watcher.out());
-  if (watcher.died())
-    return;
-  const std::string err = watcher.err();
-  const bool saw_the_end =
-      watcher.status() == 0 && err.empty() && Contains(watcher.out(), "total: ");
-  const bool came_at_a_bad_time =
-      watcher.status() == 1 && Contains(err, "kelstream: no kelstream publishes under ");
-  const bool saw_a_death =
-      watcher.status() == 1 && publisher.died() && Contains(err, "was killed");
-  stress::Expect(saw_the_end || came_at_a_bad_time || saw_a_death, "a watcher ends with %d: %s",
-                 watcher.status(), err.c_str());
-  stress::Count(saw_the_end ? "saw-the-end" : saw_a_death ? "saw-a-death" : "saw-nothing", 1);
 }
 
 // The queue of one publisher, and whether it is still there.
@@ -175,25 +149,61 @@ bool RemoveLeftTotals() {
   return totals != nullptr;
 }
 
-// Waits until a publisher can be watched, or has ended.
-void AwaitTotals(Program &publisher) {
+// Waits until a publisher can be watched, or has ended. Its segment stays readable for
+// who is attached, also when it has left the system.
+kelstream::SharedTotals *AwaitTotals(Program &publisher) {
   constexpr timespec kShort = {0, 200'000};
   while (!publisher.Ended()) {
-    kelstream::SharedTotals *const totals = kelstream::FindTotals(Name());
-    if (totals != nullptr) {
-      kelstream::DetachTotals(totals);
-      return;
-    }
+    if (kelstream::SharedTotals *const totals = kelstream::FindTotals(Name()))
+      return totals;
     nanosleep(&kShort, nullptr);
   }
+  return nullptr;
 }
 
-// What there is to publish, what is printed of it, and how long that takes alone.
+// What there is to publish, what comes of it, and how long that takes alone.
 struct Work {
   std::vector<std::string> files;
   std::string printed;
-  uint32_t micros;
+  std::vector<std::string> events;  // the beginnings of the lines, in their order
+  kelstream::Totals totals;
+  uint32_t micros = 0;
 };
+
+// What a document tells of files is what a watcher must be told.
+void ReadDocument(Work &work) {
+  const std::string &text = work.printed;
+  std::string file;
+  const auto end_file = [&] {
+    if (!file.empty())
+      work.events.push_back("finished: " + file + ": good");
+  };
+  // Every value that matters is a number or a path without escapes.
+  for (size_t at = 0; (at = text.find('"', at)) != std::string::npos;) {
+    const size_t name_end = text.find('"', at + 1);
+    if (name_end == std::string::npos)
+      break;
+    const std::string name = text.substr(at + 1, name_end - at - 1);
+    at = name_end + 1;
+    if (at == text.size() || text[at] != ':')
+      continue;  // this was a value
+    const char *const value = text.c_str() + at + 1;
+    if (name == "file") {
+      end_file();
+      file.assign(value + 1, strchr(value + 1, '"'));
+      ++work.totals.files;
+    } else if (name == "index") {
+      work.events.push_back("found:    " + file + ": stream " +
+                            std::to_string(strtoul(value, nullptr, 10)));
+      ++work.totals.streams;
+    } else if (name == "frames") {
+      work.totals.frames += strtoull(value, nullptr, 10);
+    } else if (name == "bytes") {
+      work.totals.bytes += strtoull(value, nullptr, 10);
+    }
+  }
+  end_file();
+}
 
 Work MakeWork(uint32_t times) {
   Work work;
@@ -208,7 +218,107 @@ Work MakeWork(uint32_t times) {
   stress::Expect(alone.status() == 0, "kelstream ends with %d: %s", alone.status(),
                  alone.err().c_str());
   work.printed = alone.out();
+  ReadDocument(work);
+  stress::Expect(work.totals.files == work.files.size() && work.totals.streams >= 4 * times &&
+                     work.totals.frames > 0 && work.totals.bytes > 0,
+                 "a document is not understood");
   return work;
+}
+
+std::string TotalLine(const kelstream::Totals &totals) {
+  return "total: " + std::to_string(totals.files) + " files, " +
+         std::to_string(totals.streams) + " streams, " + std::to_string(totals.frames) +
+         " frames, " + std::to_string(totals.bytes) + " bytes";
+}
+
+// What a watcher has printed.
+struct Seen {
+  uint32_t events = 0;
+  bool last_event = false;  // comes last
+  std::string total;
+};
+
+bool IsEvent(const std::string &line, const std::string &event) {
+  return line == event || BeginsWith(line, event + ",") || BeginsWith(line, event + ":");
+}
+
+// Every line is a whole one, events come in their order and none twice, and the total
+// comes at the end.
+Seen ReadLines(const std::string &out, const Work &work) {
+  Seen seen;
+  size_t next = 0;
+  std::istringstream lines(out);
+  for (std::string line; std::getline(lines, line);) {
+    stress::Expect(seen.total.empty(), "a watcher prints behind the total: %s", line.c_str());
+    if (BeginsWith(line, "total: ")) {
+      seen.total = line;
+      continue;
+    }
+    // Those in front of it may have given way.
+    while (next < work.events.size() && !IsEvent(line, work.events[next]))
+      ++next;
+    stress::Expect(next < work.events.size(), "a watcher prints out of turn: %s", line.c_str());
+    if (next < work.events.size())
+      ++next;
+    seen.last_event = IsEvent(line, work.events.back());
+    ++seen.events;
+  }
+  return seen;
+}
+
+void CheckPublisher(const Program &publisher, const Work &work) {
+  if (publisher.died())
+    return;
+  stress::Expect(publisher.status() == 0 && publisher.out() == work.printed,
+                 "a publisher ends with %d: %s", publisher.status(), publisher.err().c_str());
+}
+
+bool CheckWatcher(const Program &watcher, const Program &publisher, const Seen &seen,
+                  const Work &work) {
+  // One that was killed has got as far as it got.
+  if (!seen.total.empty() && !publisher.died())
+    stress::Expect(seen.total == TotalLine(work.totals), "%s, and not %s", seen.total.c_str(),
+                   TotalLine(work.totals).c_str());
+  if (watcher.died())
+    return false;
+  const std::string err = watcher.err();
+  const bool saw_the_end = watcher.status() == 0 && err.empty();
+  const bool came_at_a_bad_time =
+      watcher.status() == 1 && Contains(err, "kelstream: no kelstream publishes under ");
+  const bool saw_a_death =
+      watcher.status() == 1 && publisher.died() && Contains(err, "was killed");
+  stress::Expect(saw_the_end || came_at_a_bad_time || saw_a_death, "a watcher ends with %d: %s",
+                 watcher.status(), err.c_str());
+  if (saw_the_end) {
+    stress::Expect(seen.total == TotalLine(work.totals), "'%s', and not '%s'",
+                   seen.total.c_str(), TotalLine(work.totals).c_str());
+    // The newest give way to nobody. Who comes when the queue is just gone sees none.
+    stress::Expect(seen.events == 0 || seen.last_event, "the last event is lost");
+  }
+  stress::Count(saw_the_end ? "saw-the-end" : saw_a_death ? "saw-a-death" : "saw-nothing", 1);
+  return saw_the_end;
+}
+
+// What the two have left in the segment, which is still ours to read.
+void CheckShared(const kelstream::SharedTotals &shared, const Program &publisher,
+                 const Program &watcher, const Seen &seen, bool saw_the_end, const Work &work) {
+  if (publisher.died())
+    return;
+  const uint32_t sent = shared.events_sent, taken = shared.events_taken,
+                 dropped = shared.events_dropped;
+  stress::Expect(TotalLine(shared.Load()) == TotalLine(work.totals), "%s published, not %s",
+                 TotalLine(shared.Load()).c_str(), TotalLine(work.totals).c_str());
+  stress::Expect(sent == work.events.size(), "%u events sent, not %zu", sent,
+                 work.events.size());
+  // One that is killed may have taken an event and not printed it.
+  const uint32_t held_back = watcher.died() ? 1 : 0;
+  stress::Expect(seen.events + dropped <= taken && taken <= seen.events + dropped + held_back,
+                 "%u events taken: %u seen, %u given way", taken, seen.events, dropped);
+  if (saw_the_end && seen.events > 0)
+    stress::Expect(taken == sent, "%u events sent, %u taken", sent, taken);
+  stress::Count("events", sent);
+  stress::Count("seen", seen.events);
+  stress::Count("given-way", dropped);
 }
 
 std::atomic<pid_t> last_publisher{0};
@@ -228,10 +338,11 @@ void Round(stress::Random &random, const Work &work) {
   arguments.insert(arguments.end(), work.files.begin(), work.files.end());
   Program publisher(arguments);
   last_publisher = publisher.pid();
+  kelstream::SharedTotals *shared = nullptr;
   if (random.OneIn(4))
     Pause(random, work.micros);
   else
-    AwaitTotals(publisher);
+    shared = AwaitTotals(publisher);
   Program watcher({"--watch", Name()});
   Pause(random, work.micros);
   const bool publisher_first = random.OneIn(2);
@@ -243,8 +354,13 @@ void Round(stress::Random &random, const Work &work) {
   }
   publisher.Wait();
   watcher.Wait();
-  CheckPublisher(publisher, work.printed);
-  CheckWatcher(watcher, publisher);
+  const Seen seen = ReadLines(watcher.out(), work);
+  CheckPublisher(publisher, work);
+  const bool saw_the_end = CheckWatcher(watcher, publisher, seen, work);
+  if (shared != nullptr) {
+    CheckShared(*shared, publisher, watcher, seen, saw_the_end, work);
+    kelstream::DetachTotals(shared);
+  }
 
   // The next one is not disturbed, and clears up.
   Program next({"--publish", Name(), kFiles[2]});
@@ -275,6 +391,6 @@ void Rounds() {
 
 int main() {
   stress::SetCleanUp(ClearUp);
-  return stress::Main("kelstream", "totals agree, nothing stays in the system",
+  return stress::Main("kelstream", "totals and events agree, nothing stays in the system",
                       {{"publish-and-watch", Rounds}});
 }

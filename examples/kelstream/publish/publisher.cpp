@@ -100,8 +100,10 @@ void Publisher::Tell(Event event, const std::string &text) {
     usleep(kPauseUs);
   Event oldest{};
   std::string ignored;
-  if (full() && queue_->Receive(oldest, ignored, 1))
+  if (full() && queue_->Receive(oldest, ignored, 1)) {
+    ++shared_->events_dropped;
     ++shared_->events_taken;
+  }
   if (queue_->Send(event, text))
     ++shared_->events_sent;
 }

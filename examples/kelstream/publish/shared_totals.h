@@ -40,6 +40,7 @@ struct SharedTotals {
   std::atomic<uint64_t> watcher_start;
   std::atomic<uint32_t> events_sent;
   std::atomic<uint32_t> events_taken;
+  std::atomic<uint32_t> events_dropped;  // of those taken: by the publisher, for room
   std::atomic<uint64_t> files, streams, frames, bytes, offset, size;
 
   ProcessId Publisher() const { return {publisher.load(), publisher_start.load()}; }
