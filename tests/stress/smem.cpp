@@ -1,5 +1,6 @@
 // The pool allocator under threads that allocate, hand blocks to each other and free
-// them, while another size comes and goes.
+// them, while another size comes and goes. In the end the pool must still have every
+// block that it made, and each once.
 
 #include <kelcore_queue.h>
 #include <kelcore_smem.h>
@@ -27,6 +28,54 @@ struct Label {
   uint64_t key;
 };
 
+constexpr size_t kPerChunk = 4096;
+// The chunk, its link, the memory, the records and the nodes.
+constexpr int64_t kBlocksOfAChunk = 5;
+
+// While all sizes are there, each counts.
+void CheckNothingInUse() {
+  uint32_t reserved = 0;
+  stress::Expect(KEL_SMemStatus(&reserved, nullptr, nullptr) == 0, "no status");
+  stress::Expect(reserved == 0, "%u bytes reserved after a round", reserved);
+}
+
+// The pool gives out all blocks that its chunks hold, each once, before it makes
+// another chunk.
+void CheckBlocks(uint32_t size) {
+  std::vector<void *> blocks;
+  const int64_t held_before = stress::Blocks();
+  int64_t held = held_before;
+  // A lost block shows where the new chunk comes too early.
+  while (held == held_before) {
+    void *block = KEL_SMalloc(size);
+    stress::Expect(block != nullptr, "no block of %u bytes", size);
+    if (block == nullptr)
+      break;
+    blocks.push_back(block);
+    held = stress::Blocks();
+    // A circle in the list of free blocks has no end.
+    constexpr size_t kTooMany = 1'000'000;
+    if (blocks.size() == kTooMany)
+      break;
+  }
+  const size_t count = blocks.size();
+  stress::Expect(held == held_before + kBlocksOfAChunk, "%lld blocks are made for a chunk",
+                 static_cast<long long>(held - held_before));
+  stress::Expect(count > kPerChunk && count % kPerChunk == 1,
+                 "size %u has %zu blocks, which is not a number of chunks", size, count - 1);
+  std::sort(blocks.begin(), blocks.end());
+  const auto *const end = static_cast<const uint8_t *>(blocks.back()) + size;
+  for (size_t i = 0; i < count; ++i) {
+    const auto *const block = static_cast<const uint8_t *>(blocks[i]);
+    const auto *const next = i + 1 < count ? static_cast<const uint8_t *>(blocks[i + 1]) : end;
+    stress::Expect(next - block >= static_cast<ptrdiff_t>(size),
+                   "two blocks of %u bytes share memory", size);
+  }
+  for (void *block : blocks)
+    stress::Expect(KEL_SFree(block, size) == 0, "a block is not taken back");
+  stress::Count("asked-back", count);
+}
+
 class Round {
  public:
   Round(stress::Random &random, bool with_nodes) : travellers_(KEL_QueueCreate("smem", 100)) {
@@ -44,7 +93,6 @@ class Round {
       stress::Expect(KEL_SMalloc_Register(size, "stress") == 0, "size %u is refused", size);
   }
   ~Round() {
-    KEL_QueueDestroy(travellers_);
     for (size_t i = sizes_.size(); i-- > 0;)
       stress::Expect(KEL_SMalloc_UnRegister(sizes_[i]) == 0, "size %u stays", sizes_[i]);
   }
@@ -65,6 +113,8 @@ class Round {
     visitor.join();
     while (void *block = KEL_QueuePop(travellers_, nullptr, 0))
       Release(Unlabelled(block));
+    // It may have taken its entries from the pool.
+    KEL_QueueDestroy(travellers_);
     Check();
   }
 
@@ -158,6 +208,10 @@ class Round {
     stress::Count("freed", freed_);
     stress::Count("travelled", travelled_);
     stress::Count("visits", visits_);
+    CheckNothingInUse();
+    for (const uint32_t size : sizes_)
+      CheckBlocks(size);
+    CheckNothingInUse();
   }
 
   std::vector<uint32_t> sizes_;
@@ -182,14 +236,16 @@ void Rounds(bool with_nodes) {
     stress::Count("rounds", 1);
   } while (stress::Going());
   if (with_nodes)
-    for (const uint32_t size : {32u, 24u})
+    for (const uint32_t size : {32u, 24u}) {
+      CheckBlocks(size);
       stress::Expect(KEL_SMalloc_UnRegister(size) == 0, "size %u stays", size);
+    }
   stress::Expect(KEL_SMalloc_Deinit() == 0, "the lock is taken");
 }
 
 }  // namespace
 
 int main() {
-  return stress::Main("smem", "allocated = freed, no block in two hands",
+  return stress::Main("smem", "allocated = freed, no block lost or in two hands",
                       {{"churn", [] { Rounds(false); }}, {"with-nodes", [] { Rounds(true); }}});
 }

@@ -185,6 +185,10 @@ void Count(const char *what, uint64_t amount) {
   AddTo(counts, what, amount);
 }
 
+int64_t Blocks() {
+  return blocks_held;
+}
+
 void FollowBlocks(bool follow) {
   follow_blocks = follow;
 }

@@ -72,6 +72,8 @@ bool Holds(const void *block, uint32_t size, uint64_t key);
 // Whether all its bytes are 0.
 bool IsZero(const void *block, uint32_t size);
 
+// How many blocks of memory the library holds, of those that are followed.
+int64_t Blocks();
 // Whether the calling thread's blocks are followed, as they are at first. For those few
 // operations that keep some on purpose.
 void FollowBlocks(bool follow);
