@@ -1,6 +1,6 @@
 // Message queues between processes, some of which are killed in the middle of a call:
 // the queue stays usable, no message is torn or comes twice, and none is lost but the
-// one that a killed receiver has just taken.
+// one that a killed receiver has just taken, which is known by its place in the order.
 //
 // The queue's name leaves the system as soon as all have opened it: nothing stays
 // behind, whoever is killed.
@@ -18,9 +18,12 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <iterator>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "stress.h"
@@ -44,6 +47,8 @@ struct Ledger {
     std::atomic<uint32_t> newest[kPayload + 1];
   } lives[kSenders][kLives];
   std::atomic<uint64_t> received, torn, disorder, failed;
+  // By the receiver: from before it asks until what came is noted.
+  std::atomic<bool> receiving;
 };
 
 class SharedLedger {
@@ -71,6 +76,11 @@ struct Message {
 
 uint64_t KeyOf(const KEL_IPC_MSG_HEADER &header) {
   return uint64_t{header.word} << 40 | header.further;
+}
+
+// Of the payload: each message has a length of its own.
+uint32_t LengthOf(const KEL_IPC_MSG_HEADER &header) {
+  return static_cast<uint32_t>(stress::Mix(KeyOf(header)) % (kPayload + 1));
 }
 
 // One of the families over a queue.
@@ -257,6 +267,7 @@ class Round {
     if (victim == kSenders) {
       Kill(receiver_);
       ++receiver_kills_;
+      NoteKill();
       receiver_ = Start([this] { ReceiveAll(channel_); });
       return;
     }
@@ -264,8 +275,24 @@ class Round {
       return;
     Kill(senders_[victim]);
     ++sender_kills_;
+    const typename Ledger::Life &life = ledger_->lives[victim][life_[victim]];
+    const uint64_t begun = life.begun, done = life.done;
+    stress::Expect(begun == done || begun == done + 1, "a sender was in two sends");
+    kills_in_send_ += begun - done;
     ++life_[victim];
     senders_[victim] = Start([this, victim] { SendAll(victim, channel_); });
+  }
+  // A receiver that died with a message in hand took the next one of its sender, or of
+  // those of that length. No other one writes what is copied here.
+  void NoteKill() {
+    if (!ledger_->receiving)
+      return;
+    Newest at_death;
+    for (const auto &sender : ledger_->lives)
+      for (const auto &life : sender)
+        at_death.insert(at_death.end(), std::begin(life.newest), std::end(life.newest));
+    deaths_.push_back(std::move(at_death));
+    ledger_->receiving = false;  // until the next one asks
   }
 
   // ---- In the other processes ----
@@ -277,7 +304,7 @@ class Round {
     for (uint64_t number = 1; number < kNumbers && !ledger_->stop_sending; ++number) {
       message.header.further = number;
       const uint64_t key = KeyOf(message.header);
-      const auto length = static_cast<uint32_t>(stress::Mix(key) % (kPayload + 1));
+      const uint32_t length = LengthOf(message.header);
       message.header.length = static_cast<int32_t>(length);
       stress::Fill(message.payload, length, key);
       life.begun = number;
@@ -295,16 +322,18 @@ class Round {
   }
   void ReceiveAll(Channel &channel) {
     Message message{};
-    while (!ledger_->stop_receiving)
+    while (!ledger_->stop_receiving) {
+      ledger_->receiving = true;
       if (channel.Receive(message))
         Account(message);
+      ledger_->receiving = false;
+    }
   }
   void Account(const Message &message) {
     const uint32_t sender = message.header.word >> 16, life = message.header.word & 0xFFFF;
     const uint64_t number = message.header.further;
     if (sender >= kSenders || life >= kLives || number >= kNumbers ||
-        static_cast<uint32_t>(message.header.length) !=
-            stress::Mix(KeyOf(message.header)) % (kPayload + 1) ||
+        static_cast<uint32_t>(message.header.length) != LengthOf(message.header) ||
         !stress::Holds(message.payload, static_cast<uint32_t>(message.header.length),
                        KeyOf(message.header))) {
       ++ledger_->torn;
@@ -312,11 +341,15 @@ class Round {
     }
     typename Ledger::Life &one = ledger_->lives[sender][life];
     // The longest come first: only those of one length keep their order.
-    const auto order = Family::kLongestFirst ? message.header.length : 0;
+    const uint32_t order = OrderOf(message.header);
     if (one.came[number].fetch_add(1) != 0 || number <= one.newest[order])
       ++ledger_->disorder;
     one.newest[order] = static_cast<uint32_t>(number);
     ++ledger_->received;
+  }
+
+  static uint32_t OrderOf(const KEL_IPC_MSG_HEADER &header) {
+    return Family::kLongestFirst ? LengthOf(header) : 0;
   }
 
   // ---- In the end ----
@@ -333,19 +366,12 @@ class Round {
 
   void Check() {
     uint64_t missing = 0;
-    for (const auto &sender : ledger_->lives)
-      for (const auto &life : sender) {
-        const uint64_t begun = life.begun, done = life.done;
-        for (uint64_t number = 1; number <= done; ++number)
-          missing += life.came[number] == 0 ? 1 : 0;
-        // A sender that is killed may have sent what it had begun, and nothing else.
-        for (uint64_t number = begun + 1; number < kNumbers; ++number)
-          stress::Expect(life.came[number] == 0, "a message came that nobody sent");
-      }
-    stress::Expect(missing <= receiver_kills_,
-                   "%llu messages are lost, with %llu receivers killed",
-                   static_cast<unsigned long long>(missing),
-                   static_cast<unsigned long long>(receiver_kills_));
+    for (uint32_t sender = 0; sender < kSenders; ++sender)
+      for (uint32_t life = 0; life < kLives; ++life)
+        missing += CheckLife(sender, life);
+    stress::Expect(missing <= deaths_.size(),
+                   "%llu messages are lost, with %zu receivers killed in a receive",
+                   static_cast<unsigned long long>(missing), deaths_.size());
     stress::Expect(ledger_->torn == 0, "%llu messages are torn",
                    static_cast<unsigned long long>(ledger_->torn));
     stress::Expect(ledger_->disorder == 0, "%llu messages come twice, or late",
@@ -357,7 +383,37 @@ class Round {
     stress::Count("received", ledger_->received);
     stress::Count("lost-with-receivers", missing);
     stress::Count("killed-senders", sender_kills_);
+    stress::Count("killed-in-send", kills_in_send_);
     stress::Count("killed-receivers", receiver_kills_);
+    stress::Count("killed-in-receive", deaths_.size());
+  }
+  // How many messages of one life are missing.
+  uint64_t CheckLife(uint32_t self, uint32_t which) {
+    const typename Ledger::Life &life = ledger_->lives[self][which];
+    const uint64_t begun = life.begun, done = life.done;
+    uint64_t missing = 0;
+    uint32_t newest[kPayload + 1]{};  // that came, among those before
+    for (uint64_t number = 1; number <= done; ++number) {
+      KEL_IPC_MSG_HEADER header{};
+      header.word = self << 16 | which;
+      header.further = number;
+      const uint32_t order = OrderOf(header);
+      if (life.came[number] != 0) {
+        newest[order] = static_cast<uint32_t>(number);
+        continue;
+      }
+      ++missing;
+      const size_t at = (size_t{self} * kLives + which) * (kPayload + 1) + order;
+      stress::Expect(
+          std::any_of(deaths_.begin(), deaths_.end(),
+                      [&](const Newest &death) { return death[at] == newest[order]; }),
+          "message %llu is lost, and no receiver was killed before the next one",
+          static_cast<unsigned long long>(number));
+    }
+    // A sender that is killed may have sent what it had begun, and nothing else.
+    for (uint64_t number = begun + 1; number < kNumbers; ++number)
+      stress::Expect(life.came[number] == 0, "a message came that nobody sent");
+    return missing;
   }
 
   stress::Random &random_;
@@ -369,7 +425,9 @@ class Round {
   pid_t senders_[kSenders] = {};
   pid_t receiver_ = 0;
   uint32_t life_[kSenders] = {};
-  uint64_t sender_kills_ = 0, receiver_kills_ = 0;
+  uint64_t sender_kills_ = 0, kills_in_send_ = 0, receiver_kills_ = 0;
+  using Newest = std::vector<uint32_t>;  // of all lives
+  std::vector<Newest> deaths_;           // of receivers, in a receive
 };
 
 template <typename Family>
