@@ -15,14 +15,15 @@
 namespace {
 
 // Moments are numbered, so that it can be told in the end what may have come before
-// what. Unordered, lest the threads be kept apart by the numbering.
+// what: numbered in order with the calls that they stand around, also where a processor
+// would take its number later than the queue's lock.
 struct Span {
   uint64_t begin, end;
 };
 
 class Clock {
  public:
-  uint64_t Now() { return now_.fetch_add(1, std::memory_order_relaxed) + 1; }
+  uint64_t Now() { return now_.fetch_add(1, std::memory_order_seq_cst) + 1; }
 
  private:
   std::atomic<uint64_t> now_{0};
