@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -32,7 +33,6 @@ uint64_t seed;
 std::atomic<uint64_t> generators{0};
 std::atomic<Clock::rep> deadline{0};
 std::atomic<int> interrupted{0};  // the signal's number
-std::atomic<uint64_t> progress{0};
 std::atomic<int> failures{0};
 std::atomic<const char *> current_case{""};
 std::atomic<void (*)()> clean_up{nullptr};
@@ -44,6 +44,65 @@ Counts counts, counts_of_all;
 
 std::atomic<int64_t> blocks_held{0};  // by the library
 thread_local bool follow_blocks = true;
+
+// How often one thread has asked for the time: each that has, and has not ended, is to
+// go on asking.
+class Asking {
+ public:
+  Asking();
+  ~Asking();
+  Asking(const Asking &) = delete;
+  Asking &operator=(const Asking &) = delete;
+  void Again() { count_.fetch_add(1, std::memory_order_relaxed); }
+  // Not watched from now on, until it asks again.
+  void Rest();
+  // Whether all threads that ask have done so since the last call, and some has.
+  static bool AllMove();
+
+ private:
+  std::atomic<uint64_t> count_{0};
+  uint64_t seen_ = 0;
+
+  static std::mutex mutex_;
+  static std::vector<Asking *> all_;
+  static uint64_t ended_;  // what those asked that rest, or are no more
+};
+
+std::mutex Asking::mutex_;
+std::vector<Asking *> Asking::all_;
+uint64_t Asking::ended_ = 0;
+
+Asking::Asking() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  all_.push_back(this);
+}
+Asking::~Asking() {
+  Rest();
+  const std::lock_guard<std::mutex> guard(mutex_);
+  all_.erase(std::find(all_.begin(), all_.end(), this));
+}
+void Asking::Rest() {
+  const std::lock_guard<std::mutex> guard(mutex_);
+  ended_ += count_.exchange(0);
+  seen_ = 0;
+}
+bool Asking::AllMove() {
+  static uint64_t sum_seen = 0;
+  const std::lock_guard<std::mutex> guard(mutex_);
+  uint64_t sum = ended_;
+  bool all_move = true;
+  for (Asking *each : all_) {
+    const uint64_t count = each->count_;
+    all_move = all_move && (count == 0 || count != each->seen_);
+    each->seen_ = count;
+    sum += count;
+  }
+  const bool some_move = sum != sum_seen;
+  sum_seen = sum;
+  return all_move && some_move;
+}
+
+thread_local Asking asking;
 
 void AddTo(Counts &all, const std::string &what, uint64_t amount) {
   for (auto &[name, sum] : all)
@@ -113,16 +172,13 @@ class Watchdog {
  private:
   void Watch() {
     std::unique_lock<std::mutex> lock(mutex_);
-    uint64_t seen = progress;
-    while (!changed_.wait_until(lock, Clock::now() + kPatience, [this] { return over_; })) {
-      const uint64_t now = progress;
-      if (now == seen)
+    while (!changed_.wait_until(lock, Clock::now() + kPatience, [this] { return over_; }))
+      if (!Asking::AllMove())
         GiveUp();
-      seen = now;
-    }
   }
   [[noreturn]] static void GiveUp() {
-    fprintf(stderr, "HANGS: case %s has stood still for minutes (seed %llu)\n",
+    fprintf(stderr,
+            "HANGS: case %s or a thread of it has stood still for minutes (seed %llu)\n",
             current_case.load(), static_cast<unsigned long long>(seed));
     if (void (*hook)() = clean_up)
       hook();
@@ -137,6 +193,7 @@ class Watchdog {
 
 void RunCase(const char *name, const Case &each, double seconds) {
   current_case = each.name;
+  asking.Rest();  // the case may leave the asking to other threads
   const auto begin = Clock::now();
   const auto time =
       std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
@@ -171,7 +228,7 @@ uint64_t Random::Next() {
 }
 
 bool Going() {
-  progress.fetch_add(1, std::memory_order_relaxed);
+  asking.Again();
   return interrupted.load(std::memory_order_relaxed) == 0 &&
          Clock::now().time_since_epoch().count() < deadline;
 }

@@ -46,8 +46,9 @@ class Random {
   uint64_t state_;
 };
 
-// True until the case's time is over. Asking shows the watchdog that there is
-// progress: ask where work was done, not in a loop that waits for some.
+// True until the case's time is over. Asking shows the watchdog that this thread makes
+// progress: ask where work was done, not in a loop that waits for some. Who has asked
+// once goes on asking, within minutes, until the thread ends or the case does.
 bool Going();
 
 // From now on the case ends by itself: Going() is false after an interrupt only.
