@@ -174,7 +174,8 @@ void AddMemory() {
   Failing(f::realloc, nullptr, {ENOMEM}).After([](void *block, void *old_block, size_t) {
     if (block == nullptr)
       return;
-    Recorder::Closed("block", Id(old_block));
+    if (old_block != nullptr)
+      Recorder::Closed("block", Id(old_block));
     Recorder::Opened("block", Id(block));
   });
   all_calls.push_back(std::make_unique<Releasing>());

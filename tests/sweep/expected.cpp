@@ -65,6 +65,8 @@ void WriteExpected() {
           "#   run: function=result errno ...\n"
           "#     module function: ERROR line\n"
           "#     left: what a function made and nobody released\n"
+          "#     released without being there: what a function released a second time,\n"
+          "#     or what was never made\n"
           "#   call ERROR (once and for good, or which of these) the how manieth: results\n"
           "#   that differ from the run's, and the lines that come in place of some of it\n";
   for (const auto &[operation, lines] : Loaded())

@@ -41,29 +41,72 @@ constexpr Keep kKeeps[] = {
     {"KEL_TraceInit", "", "TracingRepeated", "file", "the first file, likewise"},
 };
 
-std::array<bool, std::size(kKeeps)> used;
+// What is released without being there.
+constexpr Keep kReleases[] = {
+    {"KEL_SemaDestroy", "", "SemaphoreNamed", "semaphore",
+     "tells tools of the end of a named one, which is closed by then"},
+    {"KEL_SemaDestroy", "", "SemaphoreExisting", "semaphore", "likewise"},
+    {"KEL_SemaDestroy", "", "SemaphoreCustom", "semaphore", "likewise"},
+    {"KEL_IPCOpen", "", "", "semaphore", "likewise"},
+    {"KEL_IPCOpen_CustomMsg", "", "", "semaphore", "likewise"},
+    {"KEL_IPCClose", "", "", "semaphore", "likewise"},
+    {"KEL_ShmFree", "", "SharedMemoryExisting", "segment",
+     "each user marks it for removal, after the last one it goes"},
+    {"KEL_MutexDestroy", "pthread_mutex_init", "", "mutex",
+     "with default attributes a zeroed mutex is one already"},
+    {"KEL_ListDestroy", "pthread_mutex_init", "", "mutex", "likewise"},
+    {"KEL_MsgDestroy", "pthread_mutex_init", "", "mutex", "likewise"},
+    {"KEL_QueueDestroy", "pthread_mutex_init", "", "mutex", "likewise"},
+    {"KEL_ThreadPool_Delete", "pthread_mutex_init", "", "mutex", "likewise"},
+    {"KEL_SMalloc_Deinit", "pthread_mutex_init", "", "mutex", "likewise"},
+    {"KEL_VMemDestroy", "pthread_mutex_init", "", "mutex", "likewise"},
+    {"KELBuf_Destroy", "pthread_mutex_init", "", "mutex", "likewise"},
+    {"KEL_TraceDeinit", "pthread_mutex_init", "", "mutex", "likewise"},
+};
+
+template <size_t kRows>
+struct Table {
+  const Keep (&rows)[kRows];
+  std::array<bool, kRows> used = {};
+
+  const Keep *Find(std::string_view function, std::string_view call, std::string_view operation,
+                   std::string_view thing) {
+    const auto open_or = [](std::string_view row, std::string_view asked) {
+      return row.empty() || row == asked;
+    };
+    for (size_t i = 0; i < kRows; ++i) {
+      const Keep &row = rows[i];
+      if (row.function == function && row.thing == thing && open_or(row.call, call) &&
+          open_or(row.operation, operation)) {
+        used[i] = true;
+        return &row;
+      }
+    }
+    return nullptr;
+  }
+  const Keep *Unused() const {
+    for (size_t i = 0; i < kRows; ++i)
+      if (!used[i])
+        return &rows[i];
+    return nullptr;
+  }
+};
+Table<std::size(kKeeps)> keeps{kKeeps};
+Table<std::size(kReleases)> releases{kReleases};
 
 }  // namespace
 
 const Keep *AllowedToStay(const char *function, const char *call, const char *operation,
                           const char *thing) {
-  const auto open_or = [](std::string_view row, std::string_view asked) {
-    return row.empty() || row == asked;
-  };
-  for (size_t i = 0; i < std::size(kKeeps); ++i) {
-    const Keep &keep = kKeeps[i];
-    if (std::string_view(keep.function) == function && std::string_view(keep.thing) == thing &&
-        open_or(keep.call, call) && open_or(keep.operation, operation)) {
-      used[i] = true;
-      return &keep;
-    }
-  }
-  return nullptr;
+  return keeps.Find(function, call, operation, thing);
+}
+
+const Keep *AllowedToRelease(const char *function, const char *call, const char *operation,
+                             const char *thing) {
+  return releases.Find(function, call, operation, thing);
 }
 
 const Keep *UnusedKeep() {
-  for (size_t i = 0; i < std::size(kKeeps); ++i)
-    if (!used[i])
-      return &kKeeps[i];
-  return nullptr;
+  const Keep *unused = keeps.Unused();
+  return unused != nullptr ? unused : releases.Unused();
 }

@@ -6,7 +6,8 @@
 set -euo pipefail
 
 here=$(dirname "$0")
-listed=$(grep -oE '\{"KEL[A-Za-z_]*"' "$here/keeps.cpp" | tr -d '{"' | sort -u)
+listed=$(sed -n '/kKeeps\[\]/,/^};/p' "$here/keeps.cpp" | grep -oE '\{"KEL[A-Za-z_]*"' |
+  tr -d '{"' | sort -u)
 # The first column's names, whatever the others say.
 told=$(sed -n '/^## What stays on purpose/,/^## Limits/p' "$1" | grep '^| `' | cut -d'|' -f2 |
   grep -oE 'KEL[A-Za-z_]*' | sort -u)

@@ -148,8 +148,10 @@ void Recorder::Opened(const char *kind, std::string id) {
 
 void Recorder::Closed(const char *kind, const std::string &id) {
   const auto found = open_things.find({kind, id});
-  if (found == open_things.end())
+  if (found == open_things.end()) {
+    ++outcome.unmatched[{function, kind}];
     return;
+  }
   found->second.pop_back();
   if (found->second.empty())
     open_things.erase(found);

@@ -24,6 +24,7 @@ struct Outcome {
   std::vector<StepResult> steps;
   std::vector<std::string> lines;  // traced and printed, without what varies
   Left left;
+  Left unmatched;  // released by which function, without being there
   bool operator==(const Outcome &) const = default;
 };
 

@@ -1,7 +1,7 @@
 // Makes the first, second, third ... call of every kind fail, once and from then
 // on, in every operation. Results, errno, messages and what is left behind must be
-// those of expected.txt; only what is on the list of keeps may be left; and the
-// operation must work the next time.
+// those of expected.txt; only what is on the list of keeps may be left, and nothing
+// released twice; and the operation must work the next time.
 
 #include <gtest/gtest.h>
 #include <string.h>
@@ -59,6 +59,12 @@ void AddLeft(std::string &text, const Left &left) {
     text += "\n    left: " + std::to_string(count) + " " + thing.second + " of " + thing.first;
 }
 
+void AddUnmatched(std::string &text, const Left &unmatched) {
+  for (const auto &[thing, count] : unmatched)
+    text += "\n    released without being there: " + std::to_string(count) + " " +
+            thing.second + " by " + thing.first;
+}
+
 // What is between the common begin and the common end of both.
 template <typename T>
 std::pair<std::span<const T>, std::span<const T>> Differing(const std::vector<T> &one,
@@ -91,6 +97,11 @@ std::string Described(const Outcome &outcome, const Outcome &undisturbed) {
     if (outcome.left.empty())
       text += "\n    left: nothing";
   }
+  if (outcome.unmatched != undisturbed.unmatched) {
+    AddUnmatched(text, outcome.unmatched);
+    if (outcome.unmatched.empty())
+      text += "\n    released without being there: nothing";
+  }
   return text.empty() ? " as undisturbed" : text;
 }
 
@@ -116,7 +127,8 @@ class Totals : public testing::Environment {
           << "no operation reaches " << call->name();
     EXPECT_EQ(StaleOperation(), "") << "has expected results and is no more";
     if (const Keep *unused = UnusedKeep(); unused != nullptr) {
-      ADD_FAILURE() << "nothing is left of " << unused->function << ": " << unused->reason;
+      ADD_FAILURE() << "nothing needs the row of " << unused->function << ": "
+                    << unused->reason;
     }
   }
 };
@@ -148,12 +160,18 @@ class Sweep : public testing::TestWithParam<size_t> {
     return Recorder::End();
   }
 
-  void ExpectNothingUnlistedLeft(const Outcome &outcome, const std::string &call) {
+  void ExpectNothingUnlisted(const Outcome &outcome, const std::string &call) {
     for (const auto &[thing, count] : outcome.left) {
       EXPECT_NE(AllowedToStay(thing.first.c_str(), call.c_str(), operation.name.c_str(),
                               thing.second.c_str()),
                 nullptr)
           << count << " " << thing.second << " of " << thing.first << " left";
+    }
+    for (const auto &[thing, count] : outcome.unmatched) {
+      EXPECT_NE(AllowedToRelease(thing.first.c_str(), call.c_str(), operation.name.c_str(),
+                                 thing.second.c_str()),
+                nullptr)
+          << thing.first << " releases " << count << " " << thing.second << " not there";
     }
   }
 
@@ -173,7 +191,7 @@ class Sweep : public testing::TestWithParam<size_t> {
     std::vector<Fault> faults = given;
     faults.push_back(fault);
     const Outcome outcome = Run(faults);
-    ExpectNothingUnlistedLeft(outcome, fault.call->name());
+    ExpectNothingUnlisted(outcome, fault.call->name());
     const Outcome afterwards = Run(given);
     EXPECT_TRUE(afterwards == undisturbed)
         << "afterwards:" << Described(afterwards, undisturbed);
@@ -211,7 +229,7 @@ INSTANTIATE_TEST_SUITE_P(All, Sweep, testing::Range(size_t{0}, Operations().size
 
 TEST_P(Sweep, ComesBackFromEveryFailure) {
   const Outcome undisturbed = Run(given);
-  ExpectNothingUnlistedLeft(undisturbed, "");
+  ExpectNothingUnlisted(undisturbed, "");
   std::map<std::string, std::pair<const SweptCall *, int>> made;
   for (const auto &call : SweptCalls())
     made[call->name()] = {call.get(), call->made()};
@@ -221,6 +239,7 @@ TEST_P(Sweep, ComesBackFromEveryFailure) {
     text += " " + Described(step);
   AddLines(text, undisturbed.lines);
   AddLeft(text, undisturbed.left);
+  AddUnmatched(text, undisturbed.unmatched);
   text += "\n";
   for (const auto &[name, call] : made) {
     if (call.second == 0 || Spared(name))
