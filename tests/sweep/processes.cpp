@@ -1,5 +1,6 @@
 // Message queues and shared memory.
 
+#include <errno.h>
 #include <kelcore.h>
 #include <stdlib.h>
 #include <string.h>
@@ -130,6 +131,8 @@ std::vector<Operation> ProcessOperations() {
       {.name = "Ipc", .run = Ipc},
       // More sends than turns: each lost one is missed.
       {.name = "IpcNonblocking", .run = NonblockingIpc, .spared = {"sem_post"}},
+      // Every message larger than the receiver's room.
+      {.name = "IpcOversized", .run = Ipc, .given = {{"mq_timedreceive", EMSGSIZE}}},
       {.name = "IpcCustom", .run = CustomIpc},
       {.name = "IpcCustomWithoutTurn", .run = CustomIpcWithoutTurn},
       {.name = "IpcCustomSender", .run = CustomIpcSender},
