@@ -145,7 +145,7 @@ void Readers() {
 
 std::vector<Operation> ContainerOperations() {
   // Each lock is waited for, and the wait may fail.
-  const std::vector<std::pair<std::string, int>> contended = {{"pthread_mutex_trylock", EBUSY}};
+  const std::vector<Given> contended = {{"pthread_mutex_trylock", EBUSY}};
   return {
       {.name = "List", .run = PlainList},
       {.name = "ListLocked", .run = LockedList},

@@ -1,5 +1,6 @@
 // Files, directories, plug-ins, texts, tracing.
 
+#include <errno.h>
 #include <fcntl.h>
 #include <kelcore.h>
 #include <stdio.h>
@@ -177,6 +178,10 @@ std::vector<Operation> FileOperations() {
       {.name = "FileEditingWithLines", .run = FileEditingWithLines},
       {.name = "Library", .run = Library},
       {.name = "LibraryMissing", .run = MissingLibrary},
+      // The loader does not say why.
+      {.name = "LibraryMissingUnexplained",
+       .run = MissingLibrary,
+       .given = {{"dlerror", EINVAL}}},
       {.name = "Tracing", .run = Tracing},
       {.name = "TracingEchoed", .run = EchoedTracing},
       {.name = "TracingNowhere", .run = TracingNowhere},

@@ -175,7 +175,7 @@ void MediaPoolOutside() {
 }  // namespace
 
 std::vector<Operation> MemoryOperations() {
-  const std::vector<std::pair<std::string, int>> contended = {{"pthread_mutex_trylock", EBUSY}};
+  const std::vector<Given> contended = {{"pthread_mutex_trylock", EBUSY}};
   return {
       {.name = "Blocks", .run = Blocks},
       {.name = "Pool", .run = Pool},

@@ -2,16 +2,24 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
+
+#include "faults.h"
+
+// The first `times` of these calls fail.
+struct Given {
+  std::string call;
+  int error;
+  int times = faults::kForever;
+};
 
 struct Operation {
   std::string name;
   // Makes, uses and releases, by CALL; with whatever failed it goes on as a
   // program would.
   void (*run)();
-  // Calls that always fail here, with these errors, and what is swept is the rest.
-  std::vector<std::pair<std::string, int>> given = {};
+  // What fails here in any case, and what is swept is the rest.
+  std::vector<Given> given = {};
   // Calls that must not fail here, as nobody would wake up any more.
   std::vector<std::string> spared = {};
 };

@@ -143,8 +143,8 @@ class Sweep : public testing::TestWithParam<size_t> {
     __lsan_disable();  // what is left is counted here
     for (const auto &call : SweptCalls())
       call->Install();
-    for (const auto &[call, error] : operation.given)
-      given.push_back({&CallNamed(call), error, 0, faults::kForever});
+    for (const auto &[call, error, times] : operation.given)
+      given.push_back({&CallNamed(call), error, 0, times});
   }
   void TearDown() override {
     faults::ResetAll();
@@ -176,7 +176,9 @@ class Sweep : public testing::TestWithParam<size_t> {
   }
 
   bool Spared(const std::string &call) const {
-    const auto is_given = [&](const auto &each) { return each.first == call; };
+    const auto is_given = [&](const Given &each) {
+      return each.call == call && each.times == faults::kForever;
+    };
     return std::any_of(operation.given.begin(), operation.given.end(), is_given) ||
            std::find(operation.spared.begin(), operation.spared.end(), call) !=
                operation.spared.end();

@@ -206,6 +206,8 @@ std::vector<Operation> SynchronisationOperations() {
       {.name = "SemaphoreMissing", .run = MissingSemaphore},
       {.name = "Event", .run = Event},
       {.name = "Thread", .run = Thread},
+      // The name is too long, and then the shorter one is tried.
+      {.name = "ThreadNamedTwice", .run = Thread, .given = {{"pthread_setname_np", ERANGE, 1}}},
       {.name = "ThreadDetached", .run = DetachedThread},
       {.name = "ThreadDetachingItself", .run = SelfDetachingThread},
       {.name = "Sleep", .run = Sleep},
