@@ -153,6 +153,19 @@ void Gives(Swept<R, A...> &call, const char *kind, std::type_identity_t<R> none)
   });
 }
 
+// Likewise, and what is made has a name in the system, too.
+template <typename R, typename... A>
+void GivesNamed(Swept<R, const char *, int, A...> &call, const char *kind, const char *named,
+                std::type_identity_t<R> none) {
+  call.After([kind, named, none](R result, const char *name, int flags, A...) {
+    if (result == none)
+      return;
+    Recorder::Opened(kind, Id(result));
+    if ((flags & O_CREAT) != 0)
+      Recorder::Named(named, name);
+  });
+}
+
 // The first argument stands for the thing.
 template <typename R, typename First, typename... A>
 void Makes(Swept<R, First, A...> &call, const char *kind) {
@@ -246,10 +259,10 @@ void AddThreads() {
 void AddSemaphores() {
   Makes(Failing(f::sem_init, -1, {EINVAL, ENOSPC}), "semaphore");
   Releases(Failing(f::sem_destroy, -1, {EINVAL}), "semaphore");
-  Gives(Failing(f::sem_open, SEM_FAILED, {EACCES, EEXIST, ENOENT, EMFILE}), "named semaphore",
-        SEM_FAILED);
+  GivesNamed(Failing(f::sem_open, SEM_FAILED, {EACCES, EEXIST, ENOENT, EMFILE}),
+             "named semaphore", "semaphore", SEM_FAILED);
   Releases(Failing(f::sem_close, -1, {EINVAL}), "named semaphore");
-  Failing(f::sem_unlink, -1, {ENOENT, EACCES}).Afterwards();
+  Failing(f::sem_unlink, -1, {ENOENT, EACCES});
   Failing(f::sem_wait, -1, {EINTR, EINVAL});
   Failing(f::sem_trywait, -1, {EAGAIN, EINTR, EINVAL});
   Failing(f::sem_timedwait, -1, {ETIMEDOUT, EINTR, EINVAL});
@@ -258,7 +271,8 @@ void AddSemaphores() {
 }
 
 void AddBetweenProcesses() {
-  Gives(Failing(f::mq_open, mqd_t{-1}, {EACCES, EEXIST, ENOENT, EMFILE, EINVAL}), "queue", -1);
+  GivesNamed(Failing(f::mq_open, mqd_t{-1}, {EACCES, EEXIST, ENOENT, EMFILE, EINVAL}), "queue",
+             "queue", -1);
   Releases(Failing(f::mq_close, -1, {EBADF}), "queue");
   Failing(f::mq_send, -1, {EAGAIN, EINTR, EMSGSIZE, ETIMEDOUT, EBADF});
   Failing(f::mq_timedsend, -1, {ETIMEDOUT, EAGAIN, EINTR, EMSGSIZE, EBADF});

@@ -1,6 +1,9 @@
 #include "recorder.h"
 
+#include <errno.h>
+#include <fcntl.h>
 #include <mqueue.h>
+#include <semaphore.h>
 #include <sys/shm.h>
 
 #include <algorithm>
@@ -15,6 +18,8 @@ thread_local bool in_library = false;
 std::string function;
 Outcome outcome;
 std::map<std::pair<std::string, std::string>, std::vector<std::string>> open_things;
+// Kind and name, and who made it.
+std::map<std::pair<std::string, std::string>, std::string> names;
 std::vector<std::pair<std::string, std::string>> concealed;
 
 constexpr std::string_view kDigits = "0123456789";
@@ -73,6 +78,15 @@ void GiveBack(const std::string &kind, const std::string &id) {
     shmctl(std::stoi(id), IPC_RMID, nullptr);
 }
 
+bool Exists(const std::string &kind, const char *name) {
+  if (kind == "queue") {
+    const mqd_t queue = mq_open(name, O_RDONLY);
+    return queue != -1 ? mq_close(queue) == 0 : errno != ENOENT;
+  }
+  sem_t *const semaphore = sem_open(name, 0);
+  return semaphore != SEM_FAILED ? sem_close(semaphore) == 0 : errno != ENOENT;
+}
+
 }  // namespace
 
 bool InLibrary() {
@@ -116,6 +130,7 @@ void Recorder::Begin() {
   Leave("", 0);
   outcome = {};
   open_things.clear();
+  names.clear();
 }
 
 Outcome Recorder::End() {
@@ -125,6 +140,9 @@ Outcome Recorder::End() {
       ++outcome.left[{maker, thing.first}];
     GiveBack(thing.first, thing.second);
   }
+  for (const auto &[thing, maker] : names)
+    if (Exists(thing.first, thing.second.c_str()))
+      ++outcome.left[{maker, thing.first + " name"}];
   return std::exchange(outcome, {});
 }
 
@@ -155,4 +173,8 @@ void Recorder::Closed(const char *kind, const std::string &id) {
   found->second.pop_back();
   if (found->second.empty())
     open_things.erase(found);
+}
+
+void Recorder::Named(const char *kind, const char *name) {
+  names.emplace(std::pair(kind, name), function);
 }

@@ -40,6 +40,8 @@ class Recorder {
   // Things that the function of the step made or released.
   static void Opened(const char *kind, std::string id);
   static void Closed(const char *kind, const std::string &id);
+  // A queue or a named semaphore that may stay in the system when it is closed.
+  static void Named(const char *kind, const char *name);
 };
 
 // Whether this thread is inside a function of the library: the sweep counts,
