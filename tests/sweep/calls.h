@@ -2,6 +2,7 @@
 // fail, each with the errors that matter, and what each makes or releases.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,8 +35,9 @@ class SweptCall {
  private:
   const std::string name_;
   const std::vector<int> errors_;
-  int made_ = 0;
-  bool has_failed_ = false;
+  // A worker's calls count, too.
+  std::atomic<int> made_ = 0;
+  std::atomic<bool> has_failed_ = false;
 };
 
 struct Fault {

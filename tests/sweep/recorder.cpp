@@ -7,8 +7,10 @@
 #include <sys/shm.h>
 
 #include <algorithm>
+#include <mutex>
 #include <string_view>
 
+#include "faults.h"
 #include "kelcore_trace.h"
 
 namespace {
@@ -17,6 +19,8 @@ thread_local bool in_library = false;
 // Steps of several threads follow one another.
 std::string function;
 Outcome outcome;
+// Lines come from the library's own threads, too.
+faults::SpinLock lines_lock;
 std::map<std::pair<std::string, std::string>, std::vector<std::string>> open_things;
 // Kind and name, and who made it.
 std::map<std::pair<std::string, std::string>, std::string> names;
@@ -56,6 +60,11 @@ void Replace(std::string &text, const Varying &varying) {
   }
 }
 
+void AddLine(std::string line) {
+  const std::lock_guard lock(lines_lock);
+  outcome.lines.push_back(std::move(line));
+}
+
 // "00000012345 ERROR:[kelsema] kelcore_sema:12 (KEL_SemaGet) : text"
 void Collect(const char *line) {
   const Outside outside;
@@ -63,9 +72,8 @@ void Collect(const char *line) {
   const size_t module = text.find('[') + 1;
   const size_t name = text.find(" (", module) + 2;
   const size_t message = text.find(") : ", name);
-  outcome.lines.push_back(Normalised(text.substr(module, text.find(']', module) - module) +
-                                     " " + text.substr(name, message - name) + ": " +
-                                     text.substr(message + 4)));
+  AddLine(Normalised(text.substr(module, text.find(']', module) - module) + " " +
+                     text.substr(name, message - name) + ": " + text.substr(message + 4)));
 }
 
 // What was left and counts against the limits of the system.
@@ -91,6 +99,10 @@ bool Exists(const std::string &kind, const char *name) {
 
 bool InLibrary() {
   return in_library;
+}
+
+void StayInLibrary() {
+  in_library = true;
 }
 
 Outside::Outside() : before_(in_library) {
@@ -157,7 +169,7 @@ void Recorder::Leave(std::string result, int error) {
 }
 
 void Recorder::Print(const char *text) {
-  outcome.lines.push_back("printed: " + Normalised(text));
+  AddLine("printed: " + Normalised(text));
 }
 
 void Recorder::Opened(const char *kind, std::string id) {

@@ -47,6 +47,8 @@ class Recorder {
 // Whether this thread is inside a function of the library: the sweep counts,
 // fails and follows these calls only.
 bool InLibrary();
+// From here on this thread is, until it ends: it is one of the library's own.
+void StayInLibrary();
 
 // Leaves the library for the test's own work in a callback.
 class Outside {

@@ -1,10 +1,17 @@
 // Mutexes, semaphores, events, threads, timers, thread pools.
 
 #include <errno.h>
+#include <fcntl.h>
 #include <kelcore.h>
+#include <sched.h>
 #include <semaphore.h>
 #include <signal.h>
+#include <string.h>
+#include <unistd.h>
 
+#include <atomic>
+
+#include "calls.h"
 #include "names.h"
 #include "operations.h"
 #include "recorder.h"
@@ -153,6 +160,51 @@ void ThreadPool() {
   CALL(KEL_ThreadPool_Delete, pool);
 }
 
+// The worker's own calls, from the end of its first job on: it tells that the job
+// is done and waits for the next one.
+std::atomic<pid_t> worker{0};
+int32_t JobOfASweptWorker(void *) {
+  may_go.Pass();
+  StayInLibrary();
+  worker = gettid();
+  return 7;
+}
+// S for one that sleeps; nothing for one that has ended.
+char StateOf(pid_t thread) {
+  char text[256] = {};
+  const std::string path = "/proc/self/task/" + std::to_string(thread) + "/stat";
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const ssize_t size = file >= 0 ? read(file, text, sizeof text - 1) : -1;
+  if (file >= 0)
+    close(file);
+  // "number (name) state ..."
+  const char *name_end = strrchr(text, ')');
+  return size > 0 && name_end != nullptr && strchr("ZX", name_end[2]) == nullptr ? name_end[2]
+                                                                                 : '\0';
+}
+// The calls of both threads follow one another.
+int32_t WorkerWaits(int32_t waits_before) {
+  const Outside outside;
+  char state = 'R';
+  may_go.Open();
+  while (worker == 0 || CallNamed("sem_wait").made() == waits_before ||
+         ((state = StateOf(worker)) != 'S' && state != '\0'))
+    sched_yield();
+  return state == 'S' ? 1 : 0;
+}
+void ThreadPoolWorker() {
+  KEL_THREADPOOL *pool = CALL(KEL_ThreadPool_Create, "sweep", 0, 0, 1);
+  if (pool == nullptr)
+    return;
+  int32_t result = 0;
+  worker = 0;
+  const int32_t number = CALL(KEL_ThreadPool_Run, pool, JobOfASweptWorker, nullptr);
+  if (number >= 0)
+    Step("KEL_ThreadPool_Routine", WorkerWaits, CallNamed("sem_wait").made());
+  CALL(KEL_ThreadPool_Stop, pool, number, &result);
+  CALL(KEL_ThreadPool_Delete, pool);
+}
+
 // ---- Time ----
 
 void NoCallback(void *) {}
@@ -211,7 +263,10 @@ std::vector<Operation> SynchronisationOperations() {
       {.name = "ThreadDetached", .run = DetachedThread},
       {.name = "ThreadDetachingItself", .run = SelfDetachingThread},
       {.name = "Sleep", .run = Sleep},
+      // A worker that is not told of its job or its end sleeps for ever, and so does who
+      // waits for a job that was not told to be done.
       {.name = "ThreadPool", .run = ThreadPool, .spared = {"sem_post"}},
+      {.name = "ThreadPoolWorker", .run = ThreadPoolWorker, .spared = {"sem_post"}},
       {.name = "Timer", .run = Timer},
       {.name = "TimerSignal", .run = TimerSignal},
       {.name = "System", .run = System},
