@@ -129,7 +129,8 @@ void ExistingSharedMemory() {
 std::vector<Operation> ProcessOperations() {
   return {
       {.name = "Ipc", .run = Ipc},
-      // More sends than turns: each lost one is missed.
+      // More sends than turns: with a turn that is not given back the last one would wait
+      // for ever.
       {.name = "IpcNonblocking", .run = NonblockingIpc, .spared = {"sem_post"}},
       // Every message larger than the receiver's room.
       {.name = "IpcOversized", .run = Ipc, .given = {{"mq_timedreceive", EMSGSIZE}}},
