@@ -1,23 +1,40 @@
 #include "names.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <mqueue.h>
 #include <semaphore.h>
 #include <string.h>
+#include <sys/shm.h>
 #include <unistd.h>
 
 #include <filesystem>
 
+#include "kelcore_hash.h"
 #include "recorder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
+// Segments have checksums of their names for keys: others may have the same, and 0
+// stands for a segment without a key.
+bool KeyIsFree(const std::string &name) {
+  const auto key = static_cast<key_t>(
+      KEL_Hash_crc16(name.data(), static_cast<uint32_t>(name.size())) & 0xFFFF);
+  return key != 0 && shmget(key, 0, 0) == -1 && errno == ENOENT;
+}
+
+// Always of the same length, which messages tell.
+std::string FreePrefix() {
+  constexpr int64_t kMostProcesses = 1 << 22;
+  for (int64_t number = 1'000'000'000 + getpid();; number += kMostProcesses)
+    if (std::string name = "/kelcore_sweep_" + std::to_string(number); KeyIsFree(name))
+      return name;
+}
+
 const std::string &Prefix() {
-  // Always of the same length, which messages tell.
-  static const std::string prefix =
-      "/kelcore_sweep_" + std::to_string(1'000'000'000 + getpid());
+  static const std::string prefix = FreePrefix();
   return prefix;
 }
 
