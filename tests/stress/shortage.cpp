@@ -6,7 +6,9 @@
 
 #include <atomic>
 #include <iterator>
+#include <mutex>
 #include <thread>
+#include <unordered_set>
 #include <vector>
 
 #include "faults.h"
@@ -32,18 +34,110 @@ void FailAtTimes(Call &call, Result result, int error) {
   });
 }
 
+// What the system gives besides memory, and how much of it is held.
+struct Kind {
+  const char *name;
+  std::atomic<int64_t> made{0}, held{0};
+
+  void Begin() { ++made, ++held; }
+  void End() { --held; }
+};
+Kind mutexes{"mutexes"}, threads{"threads"}, attributes{"thread-attributes"},
+    semaphores{"semaphores"}, timers{"timers"}, texts{"texts"};
+constexpr Kind *kKinds[] = {&mutexes, &threads, &attributes, &semaphores, &timers, &texts};
+
+template <typename Call>
+void FailAtTimes(Call &call, int result, int error, Kind &kind) {
+  call.Replace([&call, result, error, &kind](auto... arguments) {
+    if (Unlucky()) {
+      errno = error;
+      return result;
+    }
+    const int real = call.Real(arguments...);
+    if (real == 0)
+      kind.Begin();
+    return real;
+  });
+}
+
+template <typename Call>
+void Follow(Call &call, Kind &kind) {
+  call.Replace([&call, &kind](auto... arguments) {
+    const int real = call.Real(arguments...);
+    if (real == 0)
+      kind.End();
+    return real;
+  });
+}
+
+// The copies of names are no blocks of the library's, but the C library's.
+// Never destroyed: the last blocks are freed after all destructors.
+class Copies {
+ public:
+  static Copies &All() {
+    static auto *const all = new Copies;
+    return *all;
+  }
+  void Add(const void *copy) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (copies_.insert(copy).second)
+      texts.Begin();
+  }
+  void Remove(const void *copy) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (copies_.erase(copy) > 0)
+      texts.End();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::unordered_set<const void *> copies_;
+};
+
+char *CopyAtTimes(const char *text) {
+  if (Unlucky()) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  char *copy = faults::strdup.Real(text);
+  if (copy != nullptr)
+    Copies::All().Add(copy);
+  return copy;
+}
+
 void BeginShortage() {
   FailAtTimes(faults::malloc, static_cast<void *>(nullptr), ENOMEM);
   FailAtTimes(faults::calloc, static_cast<void *>(nullptr), ENOMEM);
   FailAtTimes(faults::realloc, static_cast<void *>(nullptr), ENOMEM);
   FailAtTimes(faults::aligned_alloc, static_cast<void *>(nullptr), ENOMEM);
-  FailAtTimes(faults::strdup, static_cast<char *>(nullptr), ENOMEM);
-  FailAtTimes(faults::pthread_mutex_init, ENOMEM, 0);
-  FailAtTimes(faults::pthread_create, EAGAIN, 0);
-  FailAtTimes(faults::pthread_attr_init, ENOMEM, 0);
-  FailAtTimes(faults::sem_init, -1, ENOSPC);
-  FailAtTimes(faults::timer_create, -1, EAGAIN);
+  faults::strdup.Replace(CopyAtTimes);
+  // The library makes do with a mutex that reports anything but a negative number.
+  faults::pthread_mutex_init.Replace(
+      [](pthread_mutex_t *mutex, const pthread_mutexattr_t *how) {
+        mutexes.Begin();
+        return Unlucky() ? ENOMEM : faults::pthread_mutex_init.Real(mutex, how);
+      });
+  Follow(faults::pthread_mutex_destroy, mutexes);
+  FailAtTimes(faults::pthread_create, EAGAIN, 0, threads);
+  Follow(faults::pthread_join, threads);
+  Follow(faults::pthread_detach, threads);
+  FailAtTimes(faults::pthread_attr_init, ENOMEM, 0, attributes);
+  Follow(faults::pthread_attr_destroy, attributes);
+  FailAtTimes(faults::sem_init, -1, ENOSPC, semaphores);
+  Follow(faults::sem_destroy, semaphores);
+  FailAtTimes(faults::timer_create, -1, EAGAIN, timers);
+  Follow(faults::timer_delete, timers);
   FailAtTimes(faults::sigaction, -1, EINVAL);
+}
+
+void EndShortage() {
+  faults::ResetAll();
+  for (const Kind *kind : kKinds) {
+    stress::Expect(kind->held == 0, "%lld %s are left", static_cast<long long>(kind->held),
+                   kind->name);
+    stress::Expect(kind->made > 0, "no %s were made", kind->name);
+    stress::Count(kind->name, static_cast<uint64_t>(kind->made));
+  }
 }
 
 // ---- One short life of each kind; true when it could be made ----
@@ -282,17 +376,27 @@ void Shortage() {
   stress::Expect(KEL_SMalloc_Init() == 0, "no pool");
   BeginShortage();
   std::vector<stress::Random> randoms(kThreads), lucks(kThreads);
-  std::vector<std::thread> threads;
+  std::vector<std::thread> all;
   for (uint32_t i = 0; i < kThreads; ++i)
-    threads.emplace_back([&, i] { Live(i, randoms[i], lucks[i]); });
-  for (std::thread &thread : threads)
+    all.emplace_back([&, i] { Live(i, randoms[i], lucks[i]); });
+  for (std::thread &thread : all)
     thread.join();
-  faults::ResetAll();
+  EndShortage();
   KEL_SMalloc_Deinit();
 }
 
 }  // namespace
 
+extern "C" void __real_free(void *block);
+extern "C" void __wrap_free(void *block);
+
+extern "C" void __wrap_free(void *block) {
+  if (block != nullptr)
+    Copies::All().Remove(block);
+  __real_free(block);
+}
+
 int main() {
-  return stress::Main("shortage", "nothing leaks", {{"lives", Shortage}});
+  return stress::Main("shortage", "no block, text, thread, timer, semaphore or mutex leaks",
+                      {{"lives", Shortage}});
 }
