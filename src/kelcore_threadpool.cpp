@@ -101,7 +101,7 @@ bool make_parts(KEL_THREADPOOL *pool) {
 
 bool start_worker(KEL_THREADPOOL *pool, int32_t number, const char *prefix, uint32_t priority,
                   uint32_t stack_size) {
-  char name[kNameBytes];
+  char name[kNameBytes] = "";
   KEL_snprintf(name, kNameBytes, "%s_rt_%04d", prefix, number);
   Worker *worker = &pool->workers[number];
   worker->start = pool->starts[number];
