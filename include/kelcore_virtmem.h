@@ -18,7 +18,9 @@
  *    although the free count drops. Use a region above the heap of the process,
  *    as mmap gives it. malloc does so too for 128 KiB and more, but not for sizes
  *    up to the largest that was freed: mallopt(M_MMAP_THRESHOLD, 128 * 1024) at
- *    the start of the program makes it keep to that.
+ *    the start of the program makes it keep to that. Once there are threads, the
+ *    record can come from an arena of theirs, above the region, too:
+ *    mallopt(M_ARENA_MAX, 1) at the start prevents that.
  *  - The last block, when it would be handed out whole, is not handed out, but is
  *    taken, and counts so. The search ends there from then on: it has no way back to
  *    the blocks in front, and the heap refuses however much is free. Make at the start

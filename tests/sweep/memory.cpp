@@ -2,7 +2,6 @@
 
 #include <errno.h>
 #include <kelcore.h>
-#include <malloc.h>
 #include <stdlib.h>
 
 #include <vector>
@@ -120,8 +119,6 @@ void UseHeap(void *region, uint32_t size) {
   CALL(KEL_VMemDestroy, heap);
 }
 void RegionHeap() {
-  // Only a region above the heap's record can be used: not one from blocks freed before.
-  mallopt(M_MMAP_THRESHOLD, 128 * 1024);
   UseHeap(nullptr, 256 * 1024);
 }
 

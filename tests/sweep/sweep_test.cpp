@@ -4,6 +4,7 @@
 // released twice; and the operation must work the next time.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <string.h>
 
 #include <algorithm>
@@ -112,7 +113,13 @@ class Totals : public testing::Environment {
     return tests.successful_test_count() == tests.total_test_count();
   }
 
-  void SetUp() override { Conceal(PLUGIN_PATH, "PLUGIN"); }
+  void SetUp() override {
+    // A region heap can use what lies above its record only: regions must not come from
+    // blocks that were freed before, nor records from the arena of a thread.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    mallopt(M_ARENA_MAX, 1);
+    Conceal(PLUGIN_PATH, "PLUGIN");
+  }
 
   void TearDown() override {
     CleanSystem();

@@ -78,9 +78,11 @@ static int32_t set(KEL_HASHMAP *table, const char *key, uint64_t value) {
 /* --- */
 
 /* --- threshold --- */
-/* Regions of 128 KiB and more stay apart from small blocks, and above them. */
+/* Regions of 128 KiB and more stay apart from small blocks, and above them; so do
+ * those of threads, which would have arenas of their own, anywhere. */
 static void keep_regions_apart(void) {
   mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+  mallopt(M_ARENA_MAX, 1);
 }
 /* --- */
 
