@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
@@ -42,6 +43,9 @@ struct Header {
 static_assert(sizeof(Header) == kHeader);
 static_assert(offsetof(Header, size) == 28 && offsetof(Header, next) == 40 &&
               offsetof(Header, allocated) == 48);
+
+// One arena for all threads: a heap's record from another one could lie above its region.
+[[maybe_unused]] const int one_arena = mallopt(M_ARENA_MAX, 1);
 
 // Region memory above the heap of the process, where blocks are handed out.
 class Region {

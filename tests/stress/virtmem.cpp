@@ -320,8 +320,9 @@ void Careless() {
 
 int main() {
   // Regions are mapped, above where the heaps' records are: also after the first one
-  // has been freed.
+  // has been freed; and the records of all threads are in one arena.
   mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+  mallopt(M_ARENA_MAX, 1);
   return stress::Main("virtmem", "contents stay, headers agree, free + held = all",
                       {{"tidy", Tidy}, {"careless", Careless}});
 }
